@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Installs exactly the Debian packages that building, testing and benchmarking
+# XMLRPCServer need. Safe to run again: it only calls apt-get when something
+# is missing. Must run as root (or through sudo) on Debian 12.
+set -euo pipefail
+
+PACKAGES=(
+  # toolchain
+  build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev
+  # libraries
+  libboost-filesystem-dev libxml2-dev libxml2-utils libssl-dev
+  libmsgpack-cxx-dev libspdlog-dev libavahi-client-dev
+  # tests and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev python3 iproute2 util-linux
+  dbus avahi-daemon avahi-utils wrk procps
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if ((${#missing[@]} == 0)); then
+  echo "install-deps: all ${#PACKAGES[@]} packages present"
+  exit 0
+fi
+
+SUDO=""
+if [[ $(id -u) -ne 0 ]]; then SUDO="sudo"; fi
+
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+# avahi-daemon's package scripts try to start the daemon; the project starts
+# its own daemons in test namespaces only, so keep package services down.
+if [[ ! -e /usr/sbin/policy-rc.d ]]; then
+  printf '#!/bin/sh\nexit 101\n' | $SUDO tee /usr/sbin/policy-rc.d >/dev/null
+  $SUDO chmod +x /usr/sbin/policy-rc.d
+  trap '$SUDO rm -f /usr/sbin/policy-rc.d' EXIT
+fi
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

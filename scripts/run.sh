@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Sets everything up and runs the main job: the bundled client proxy simulator
+# in the background and XMLRPCServer in the foreground on port 40431.
+# Extra arguments go to XMLRPCServer. Ctrl-C stops both.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/install-deps.sh
+bash scripts/build.sh release
+
+bin=build/bin
+if [[ ! -x $bin/XMLRPCServer || ! -x $bin/ClientProxySim ]]; then
+  echo "run: XMLRPCServer or ClientProxySim is not built yet; built executables:" >&2
+  ls "$bin" >&2 || true
+  exit 1
+fi
+
+"$bin/ClientProxySim" &
+sim=$!
+trap 'kill "$sim" 2>/dev/null || true; wait "$sim" 2>/dev/null || true' EXIT
+"$bin/XMLRPCServer" "$@"
