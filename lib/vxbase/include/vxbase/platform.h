@@ -1,0 +1,41 @@
+// The thin layer over operating system services the program's start-up
+// uses. On Linux most of them have nothing to do; each says why.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace vxbase::platform {
+
+// Suppressing the system's crash dialogs: Linux shows none. No-op; returns
+// the previous mode (always 0).
+unsigned set_error_mode(unsigned mode) noexcept;
+
+// Choosing whether abort() prints a message: glibc prints none. No-op;
+// returns the previous flags (always 0).
+unsigned set_abort_behavior(unsigned flags, unsigned mask) noexcept;
+
+// Asking the system to stay awake while the server runs: a server's power
+// policy on Linux belongs to systemd-logind inhibitors, which a daemon run
+// by systemd does not need. No-op; returns the previous state (always 0).
+std::uint32_t set_thread_execution_state(std::uint32_t state) noexcept;
+
+// The states the start-up asks for, with their usual values.
+inline constexpr std::uint32_t es_continuous = 0x80000000u;
+inline constexpr std::uint32_t es_system_required = 0x00000001u;
+
+// Starting the socket library: Linux sockets need no start-up. Succeeds (0)
+// and reports the version asked for, so the version check of the caller
+// still runs. version_word: low byte major, high byte minor.
+int socket_startup(std::uint16_t version_word, std::uint16_t& obtained) noexcept;
+// No-op counterpart of socket_startup.
+int socket_cleanup() noexcept;
+
+// The folder for data shared by all users: "/var/lib". Returns 0, or a
+// negative number when the folder is unknown (never on Linux).
+int common_app_data_folder(int key, std::string& folder);
+
+// The folder key of the common application data folder.
+inline constexpr int folder_common_app_data = 35;
+
+}  // namespace vxbase::platform
