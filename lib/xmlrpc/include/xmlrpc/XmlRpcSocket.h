@@ -1,0 +1,48 @@
+// XmlRpcSocket: the engine's thin layer over the operating system's sockets.
+// Descriptors are plain ints; every operation reports failure by its result
+// and leaves the reason in getError() / getErrorMsg().
+#pragma once
+
+#include <string>
+
+namespace XmlRpc {
+
+class XmlRpcSocket {
+ public:
+  // A new IPv4 stream socket; negative on failure.
+  static int socket();
+  // Closes the descriptor; the result is not reported.
+  static void close(int fd);
+
+  static bool setNonBlocking(int fd);
+  // Lets a restarted server bind its port while old connections linger.
+  static bool setReuseAddr(int fd);
+  // Binds to `port` (its low 16 bits) on all IPv4 interfaces.
+  static bool bind(int fd, int port);
+  static bool listen(int fd, int backlog);
+  // The accepted descriptor (peer address discarded); negative on failure.
+  static int accept(int fd);
+  // Connects to `host`:`port`; an in-progress non-blocking connect counts
+  // as success.
+  static bool connect(int fd, const std::string& host, int port);
+
+  // Appends everything readable now to `s`, until the socket would block or
+  // the peer has closed (then *eof is true). False on a real error; bytes
+  // read before it stay in `s`.
+  static bool nbRead(int fd, std::string& s, bool* eof);
+  // Sends the rest of `s` from *bytesSoFar on, advancing *bytesSoFar, until
+  // all is out or the socket would block. False on a real error.
+  static bool nbWrite(int fd, const std::string& s, int* bytesSoFar);
+
+  // The error number of the last failed socket call.
+  static int getError();
+  // "error N" for the last failed call.
+  static std::string getErrorMsg();
+  // "error N": the number only, no system text.
+  static std::string getErrorMsg(int error);
+  // True when the last failure only means "not now" (interrupted, would
+  // block, in progress), which is never an error for the non-blocking calls.
+  static bool nonFatalError();
+};
+
+}  // namespace XmlRpc
