@@ -11,13 +11,6 @@ namespace {
 reporter* current = nullptr;
 }  // namespace
 
-const char* cstr_with_kind(std::int32_t k) noexcept {
-  static const char* const names[] = {"general", "system", "config",   "network", "protocol",
-                                      "command", "file",   "security", "status"};
-  if (k < 0 || k > kind_status) return "unknown";
-  return names[k];
-}
-
 reporter* set_reporter(reporter* r) noexcept {
   reporter* previous = current;
   current = r;

@@ -5,25 +5,9 @@
 #include <cstdint>
 
 #include <vxbase/severity.h>
+#include <vxcore/kind.h>
 
 namespace vxcore {
-
-// What a message is about. The numbers are stable; cstr_with_kind names them.
-enum kind : std::int32_t {
-  kind_general = 0,
-  kind_system = 1,
-  kind_config = 2,
-  kind_network = 3,
-  kind_protocol = 4,
-  kind_command = 5,
-  kind_file = 6,
-  kind_security = 7,
-  kind_status = 8,
-};
-
-// "general", "system", "config", "network", "protocol", "command", "file",
-// "security", "status"; "unknown" for other numbers. Static text.
-const char* cstr_with_kind(std::int32_t kind) noexcept;
 
 // The receiver of every report while installed.
 class reporter {
