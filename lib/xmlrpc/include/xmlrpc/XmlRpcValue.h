@@ -1,0 +1,189 @@
+// XmlRpcValue: the one value type of the XML-RPC engine, a tagged variant of
+// the nine XML-RPC kinds that owns its payload, and its XML form.
+#pragma once
+
+#include <ctime>
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace XmlRpc {
+
+class XmlRpcValue {
+ public:
+  // The tag numbers are fixed: other parts of the engine switch on them.
+  enum Type {
+    TypeInvalid = 0,
+    TypeBoolean = 1,
+    TypeInt = 2,
+    TypeDouble = 3,
+    TypeString = 4,
+    TypeDateTime = 5,
+    TypeBase64 = 6,
+    TypeArray = 7,
+    TypeStruct = 8
+  };
+
+  using BinaryData = std::vector<char>;
+  using ValueArray = std::vector<XmlRpcValue>;
+  // Members ordered by plain byte-wise comparison of their names.
+  // The transparent comparator lets names be looked up without a copy.
+  using ValueStruct = std::map<std::string, XmlRpcValue, std::less<>>;
+
+  // Deepest nesting of arrays and structs that fromXml accepts. Reading,
+  // writing, copying, comparing and destroying a value recurse once per
+  // level; 1000 levels keep that well inside the smallest usual thread stack
+  // (and inside the larger frames of a sanitizer build), while real requests
+  // nest a handful of levels.
+  static constexpr int kMaxNestingDepth = 1000;
+
+  XmlRpcValue() noexcept : _type(TypeInvalid) { _value.asBinary = nullptr; }
+  XmlRpcValue(bool value) noexcept : _type(TypeBoolean) {
+    _value.asBinary = nullptr;
+    _value.asBool = value;
+  }
+  XmlRpcValue(int value) noexcept : _type(TypeInt) {
+    _value.asBinary = nullptr;
+    _value.asInt = value;
+  }
+  XmlRpcValue(double value) noexcept : _type(TypeDouble) { _value.asDouble = value; }
+  XmlRpcValue(const std::string& value);
+  XmlRpcValue(std::string&& value);
+  XmlRpcValue(const char* value);
+  // A date-time; only the nine standard calendar fields are kept.
+  XmlRpcValue(const struct tm* value);
+  // A base64 value holding a copy of nBytes bytes at data.
+  XmlRpcValue(const void* data, int nBytes);
+  // Reads the value at *offset of xml (see fromXml); invalid if none is there.
+  XmlRpcValue(std::string_view xml, int* offset);
+
+  XmlRpcValue(const XmlRpcValue& other);
+  XmlRpcValue(XmlRpcValue&& other) noexcept;
+  ~XmlRpcValue() { invalidate(); }
+
+  // Deep copy; assigning a value to itself leaves it as it is.
+  XmlRpcValue& operator=(const XmlRpcValue& other);
+  XmlRpcValue& operator=(XmlRpcValue&& other) noexcept;
+  XmlRpcValue& operator=(bool value) { return *this = XmlRpcValue(value); }
+  XmlRpcValue& operator=(int value) { return *this = XmlRpcValue(value); }
+  XmlRpcValue& operator=(double value) { return *this = XmlRpcValue(value); }
+  XmlRpcValue& operator=(const char* value) { return *this = XmlRpcValue(value); }
+  XmlRpcValue& operator=(const std::string& value) { return *this = XmlRpcValue(value); }
+  XmlRpcValue& operator=(std::string&& value) { return *this = XmlRpcValue(std::move(value)); }
+
+  // Equality by type and content. Date-times compare seconds, minutes, hours,
+  // month and year only; structs compare their member values in name order
+  // and not the names themselves.
+  bool operator==(const XmlRpcValue& other) const;
+  bool operator!=(const XmlRpcValue& other) const { return !(*this == other); }
+
+  Type getType() const noexcept { return _type; }
+  bool valid() const noexcept { return _type != TypeInvalid; }
+  // Frees the payload; the value becomes invalid.
+  void invalidate() noexcept;
+  void clear() noexcept { invalidate(); }
+
+  // Typed access. An invalid value first becomes the requested type with an
+  // empty payload; a value of another type throws XmlRpcException("type
+  // error") and stays unchanged. No accessor converts between types.
+  operator bool&();
+  operator int&();
+  operator double&();
+  operator std::string&();
+  operator BinaryData&();
+  operator struct tm &();
+  // Read-only access: the same type check; an invalid constant value reads
+  // as the empty payload of the requested type (it cannot change itself).
+  operator const bool&() const;
+  operator const int&() const;
+  operator const double&() const;
+  operator const std::string&() const;
+  operator const BinaryData&() const;
+  operator const struct tm &() const;
+
+  // The array and struct payloads, for iteration. The writable forms turn an
+  // invalid value into an empty array or struct; any other type throws
+  // "type error: expected an array" or "type error: expected a struct".
+  ValueArray& asArray();
+  const ValueArray& asArray() const;
+  ValueStruct& asStruct();
+  const ValueStruct& asStruct() const;
+
+  // Length in bytes of a string or base64 value, element count of an array,
+  // member count of a struct; throws "type error" for any other type.
+  int size() const;
+  // Makes the value an array of at least n elements (new ones invalid).
+  void setSize(int n) { assertArray(n); }
+  // True only for a struct that holds the member; never creates it.
+  bool hasMember(const std::string& name) const;
+
+  // Writable element access: grows an invalid value or a short array to
+  // i + 1 elements; any other type throws "type error: expected an array".
+  XmlRpcValue& operator[](int i);
+  // Read-only element access: throws "type error: expected an array" or
+  // "range error: array index too large".
+  const XmlRpcValue& operator[](int i) const;
+  // Writable member access: an invalid value becomes an empty struct, a
+  // missing member is inserted invalid; any other type throws
+  // "type error: expected a struct".
+  XmlRpcValue& operator[](const std::string& name);
+  XmlRpcValue& operator[](const char* name);
+
+  // The value's XML-RPC text, tags joined without blanks; empty when invalid.
+  std::string toXml() const;
+  // Appends the value's XML-RPC text to out (saves a copy per nested value).
+  void appendXml(std::string& out) const;
+
+  // Reads one <value> at *offset of xml, replacing this value's content.
+  // On success *offset points past the value's "</value>"; on failure it is
+  // left where it was and the value is invalid. Never throws on bad text.
+  bool fromXml(std::string_view xml, int* offset);
+
+  // The process-wide printf format of doubles, "%f" unless changed.
+  static const std::string& getDoubleFormat();
+  static void setDoubleFormat(const char* format);
+
+ private:
+  struct ReadState;
+
+  void assertTypeOrInvalid(Type t);
+  void assertTypeOrInvalid(Type t) const;
+  void assertArray(int size);
+  void assertStruct();
+
+  bool readValue(std::string_view xml, int* offset, ReadState& state);
+  bool readBoolean(std::string_view xml, int* offset);
+  bool readInt(std::string_view xml, int* offset);
+  bool readDouble(std::string_view xml, int* offset);
+  bool readString(std::string_view xml, int* offset);
+  bool readDateTime(std::string_view xml, int* offset);
+  bool readBase64(std::string_view xml, int* offset);
+  bool readArray(std::string_view xml, int* offset, ReadState& state);
+  bool readStruct(std::string_view xml, int* offset, ReadState& state);
+
+  void appendDouble(std::string& out) const;
+  void appendDateTime(std::string& out) const;
+  void appendBase64(std::string& out) const;
+
+  Type _type;
+  // One 8-byte slot: scalars by value, everything else as an owned pointer.
+  union {
+    bool asBool;
+    int asInt;
+    double asDouble;
+    std::string* asString;
+    struct tm* asTime;
+    BinaryData* asBinary;
+    ValueArray* asArray;
+    ValueStruct* asStruct;
+  } _value;
+};
+
+// Writes the value's XML-RPC text; meant for diagnostics and test output.
+std::ostream& operator<<(std::ostream& os, const XmlRpcValue& value);
+
+}  // namespace XmlRpc
