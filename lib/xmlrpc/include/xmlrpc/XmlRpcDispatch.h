@@ -38,6 +38,9 @@ class XmlRpcDispatch {
   // about twice the budget.
   void work(double timeout);
 
+  // Makes the current work() call return after the pass in progress.
+  void exit() { _endTime = 0.0; }
+
   // Closes every source. While work() runs this is deferred to the end of
   // the current pass, so handlers may call it.
   void clear();
