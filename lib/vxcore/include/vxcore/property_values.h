@@ -100,6 +100,9 @@ class property_time : public property {
   explicit property_time(time_point value) : value_(value) {}
   explicit property_time(std::int64_t microseconds_since_epoch)
       : value_(std::chrono::microseconds(microseconds_since_epoch)) {}
+  // Parses "YYYY-MM-DDTHH:MM:SS[.f...]Z" (up to 6 fraction digits, UTC);
+  // nullopt otherwise.
+  static std::optional<time_point> parse(std::string_view text);
   time_point value() const noexcept { return value_; }
   std::int64_t microseconds_since_epoch() const noexcept {
     return value_.time_since_epoch().count();
