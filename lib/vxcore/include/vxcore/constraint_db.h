@@ -11,6 +11,10 @@
 
 namespace vxcore {
 
+namespace xml {
+class reader;
+}
+
 class constraint_db;
 using constraint_db_ptr = vxbase::ptr_refcount<const constraint_db>;
 
@@ -41,6 +45,29 @@ class constraint_db : public constraint {
   };
 
   explicit constraint_db(int flags = 0) : flags_(flags) {}
+
+  // Builds the database that the compiled text describes (the text that
+  // to_compiled() writes; see docs/command-database.md). Raises
+  // vxbase::es::call_error naming what is wrong when the text is not such a
+  // database. Defined in constraint_db_compiled.cpp.
+  explicit constraint_db(const std::string& compiled);
+
+  // The compiled text of this database: every entry with its rule written
+  // out in full, references resolved. Raises vxbase::es::call_error for a
+  // constraint class that has no compiled form.
+  std::string to_compiled() const;
+
+  // Adds the constraints that the parsed constraint document of reader
+  // defines. The root element must be called name. A reference in the
+  // document resolves to a constraint defined before it in the same
+  // document, else to an entry of base (none: same-document references
+  // only). With flag true a name that this database already holds is an
+  // error; with false the new rule replaces it. Raises
+  // vxbase::es::call_error naming the constraint and the line on any
+  // problem; the database is then left as it was. Defined in
+  // constraint_db_read.cpp.
+  void add_constraints(const xml::reader& reader, const constraint_db* base,
+                       const std::string& name, bool flag);
 
   int get_flags() const noexcept { return flags_; }
 
