@@ -1,0 +1,67 @@
+// MemoryConnection: a server connection whose transport is two strings, so
+// the whole request cycle runs without a socket (unit tests, the fuzzer).
+#pragma once
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+
+#include "xmlrpc/XmlRpcDispatch.h"
+#include "xmlrpc/XmlRpcServerConnection.h"
+
+namespace XmlRpcTest {
+
+class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
+ public:
+  explicit MemoryConnection(XmlRpc::XmlRpcServer* server)
+      : XmlRpc::XmlRpcServerConnection(-1, server, false) {}
+
+  // Makes `bytes` readable; with `eof` the peer closes after them.
+  void feed(const std::string& bytes, bool eof = false) {
+    input_ += bytes;
+    eof_ = eof;
+  }
+  // Each write pass sends at most this much, then reports would-block
+  // (negative: no limit).
+  void setWriteLimit(int bytes) { writeLimit_ = bytes; }
+  // Makes the next read fail with a real error.
+  void failNextRead() { failRead_ = true; }
+
+  // One readable event, as the dispatcher would deliver it.
+  unsigned event() { return handleEvent(XmlRpc::XmlRpcDispatch::ReadableEvent); }
+
+  // Everything the connection has sent so far.
+  const std::string& output() const { return output_; }
+  void clearOutput() { output_.clear(); }
+
+ protected:
+  bool readAvailable(std::string& s, bool* eof) override {
+    if (failRead_) {
+      failRead_ = false;
+      errno = ECONNRESET;
+      return false;
+    }
+    s += input_;
+    input_.clear();
+    *eof = eof_;
+    errno = EAGAIN;
+    return true;
+  }
+
+  bool writeAvailable(const std::string& s, int* bytesSoFar) override {
+    size_t rest = s.size() - static_cast<size_t>(*bytesSoFar);
+    size_t n = writeLimit_ < 0 ? rest : std::min(rest, static_cast<size_t>(writeLimit_));
+    output_.append(s, static_cast<size_t>(*bytesSoFar), n);
+    *bytesSoFar += static_cast<int>(n);
+    return true;
+  }
+
+ private:
+  std::string input_;
+  bool eof_ = false;
+  bool failRead_ = false;
+  int writeLimit_ = -1;
+  std::string output_;
+};
+
+}  // namespace XmlRpcTest

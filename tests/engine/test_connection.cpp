@@ -1,0 +1,446 @@
+// Tests of XmlRpcServerConnection fed from memory: the header rules, the
+// keep-alive decision, the request envelope, multicall, and the exact bytes
+// of responses and faults.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "engine_test_util.h"
+#include "memory_connection.h"
+#include "xmlrpc/XmlRpcDispatch.h"
+#include "xmlrpc/XmlRpcException.h"
+#include "xmlrpc/XmlRpcServer.h"
+#include "xmlrpc/XmlRpcServerMethod.h"
+#include "xmlrpc/XmlRpcValue.h"
+
+using namespace XmlRpc;
+using namespace XmlRpcTest;
+
+namespace {
+
+constexpr unsigned kClose = 0;
+constexpr unsigned kRead = XmlRpcDispatch::ReadableEvent;
+constexpr unsigned kWrite = XmlRpcDispatch::WritableEvent;
+
+class Echo : public XmlRpcServerMethod {
+ public:
+  explicit Echo(XmlRpcServer* s) : XmlRpcServerMethod("echo", s) {}
+  void execute(XmlRpcValue& params, XmlRpcValue& result) override { result = params; }
+};
+
+class Fault : public XmlRpcServerMethod {
+ public:
+  explicit Fault(XmlRpcServer* s) : XmlRpcServerMethod("fault", s) {}
+  void execute(XmlRpcValue& params, XmlRpcValue&) override {
+    throw XmlRpcException(params[1], params[0]);
+  }
+};
+
+class NoResult : public XmlRpcServerMethod {
+ public:
+  explicit NoResult(XmlRpcServer* s) : XmlRpcServerMethod("noResult", s) {}
+  void execute(XmlRpcValue&, XmlRpcValue&) override {}
+};
+
+const std::string kInt42 = "<value><i4>42</i4></value>";
+
+std::string arrayOf(const std::string& values) {
+  return "<value><array><data>" + values + "</data></array></value>";
+}
+
+class ConnectionTest : public testing::Test {
+ protected:
+  ConnectionTest() : echo_(&server_), fault_(&server_), noResult_(&server_) {
+    server_.enableIntrospection(true);
+  }
+
+  // Sends one complete request and returns what the connection answered.
+  std::string roundTrip(const std::string& request) {
+    conn_.feed(request);
+    lastMask_ = conn_.event();
+    return conn_.output();
+  }
+
+  XmlRpcServer server_;
+  Echo echo_;
+  Fault fault_;
+  NoResult noResult_;
+  MemoryConnection conn_{&server_};
+  RecordingErrorHandler errors_;
+  unsigned lastMask_ = 0;
+};
+
+}  // namespace
+
+TEST_F(ConnectionTest, WholeResponseByteForByte) {
+  std::string out = roundTrip(httpPost(methodCall("echo", {kInt42})));
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
+  EXPECT_EQ(lastMask_, kRead);  // keep-alive: back to reading
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_HEADER);
+  EXPECT_TRUE(errors_.messages.empty());
+}
+
+TEST_F(ConnectionTest, WholeFaultResponseByteForByte) {
+  std::string out = roundTrip(httpPost(
+      methodCall("fault", {"<value><i4>17</i4></value>", "<value>went &lt;wrong&gt;</value>"})));
+  EXPECT_EQ(out, expectedResponse(faultBody(17, "went &lt;wrong&gt;")));
+  EXPECT_EQ(lastMask_, kRead);  // a fault does not end the connection
+}
+
+TEST_F(ConnectionTest, ContentLengthOfTheResponseIsTheBodySize) {
+  std::string out = roundTrip(httpPost(methodCall("echo", {"<value>h\xc3\xa9llo</value>"})));
+  size_t split = out.find("\r\n\r\n");
+  ASSERT_NE(split, std::string::npos);
+  std::string head = out.substr(0, split);
+  size_t field = head.find("Content-length: ");
+  ASSERT_NE(field, std::string::npos);
+  EXPECT_EQ(std::stoul(head.substr(field + 16)), out.size() - split - 4);
+}
+
+TEST_F(ConnectionTest, UnknownMethodFaultsWithItsName) {
+  std::string out = roundTrip(httpPost(methodCall("no.such", {})));
+  EXPECT_EQ(out, expectedResponse(faultBody(-1, "no.such: unknown method name")));
+  EXPECT_EQ(lastMask_, kRead);
+}
+
+TEST_F(ConnectionTest, EmptyMethodNameFaults) {
+  std::string out = roundTrip(httpPost(methodCall("", {kInt42})));
+  EXPECT_EQ(out, expectedResponse(faultBody(-1, ": unknown method name")));
+}
+
+TEST_F(ConnectionTest, UnsetResultAnswersAnEmptyString) {
+  std::string out = roundTrip(httpPost(methodCall("noResult", {})));
+  EXPECT_EQ(out, expectedResponse(resultBody("<value></value>")));
+}
+
+TEST_F(ConnectionTest, CallWithoutParamsPassesAnInvalidValue) {
+  std::string body =
+      "<?xml version=\"1.0\"?><methodCall><methodName>echo</methodName></methodCall>";
+  std::string out = roundTrip(httpPost(body));
+  // echo answers its (invalid) parameters, which the connection turns into "".
+  EXPECT_EQ(out, expectedResponse(resultBody("<value></value>")));
+}
+
+TEST_F(ConnectionTest, UnreadableParameterIsPassedAsInvalid) {
+  std::string out = roundTrip(httpPost(methodCall("system.methodHelp", {"<value><nil/></value>"})));
+  EXPECT_EQ(out, expectedResponse(faultBody(-1, "system.methodHelp: Invalid argument type")));
+}
+
+TEST_F(ConnectionTest, MissingContentLengthIsDroppedWithoutAnswer) {
+  conn_.feed("POST /RPC2 HTTP/1.1\r\nHost: x\r\n\r\n" + methodCall("echo", {}));
+  EXPECT_EQ(conn_.event(), kClose);
+  EXPECT_EQ(conn_.output(), "");
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readHeader: No Content-length specified");
+}
+
+TEST_F(ConnectionTest, ZeroOrNegativeLengthIsDroppedWithoutAnswer) {
+  for (const char* length : {"0", "-5"}) {
+    MemoryConnection conn(&server_);
+    conn.feed(std::string("POST / HTTP/1.1\r\nContent-length: ") + length + "\r\n\r\n<x/>");
+    EXPECT_EQ(conn.event(), kClose);
+    EXPECT_EQ(conn.output(), "");
+  }
+  ASSERT_EQ(errors_.messages.size(), 2u);
+  EXPECT_EQ(errors_.messages[0],
+            "XmlRpcServerConnection::readHeader: Invalid Content-length specified (0).");
+  EXPECT_EQ(errors_.messages[1],
+            "XmlRpcServerConnection::readHeader: Invalid Content-length specified (-5).");
+}
+
+TEST_F(ConnectionTest, HeaderNameCaseIsIgnored) {
+  std::string body = methodCall("echo", {kInt42});
+  std::string out = roundTrip("POST / HTTP/1.1\r\ncontent-LENGTH: " + std::to_string(body.size()) +
+                              "\r\n\r\n" + body);
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(ConnectionTest, HeaderNameWithoutBlankIsNotRecognised) {
+  std::string body = methodCall("echo", {kInt42});
+  conn_.feed("POST / HTTP/1.1\r\nContent-Length:" + std::to_string(body.size()) + "\r\n\r\n" +
+             body);
+  EXPECT_EQ(conn_.event(), kClose);
+  EXPECT_EQ(conn_.output(), "");
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readHeader: No Content-length specified");
+}
+
+TEST_F(ConnectionTest, LaterLengthFieldOverridesAnEarlierOne) {
+  std::string body = methodCall("echo", {kInt42});
+  conn_.feed("POST / HTTP/1.1\r\nContent-length: 0\r\nContent-length: " +
+             std::to_string(body.size()) + "\r\n\r\n" + body);
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(ConnectionTest, BareLineFeedsEndTheHeader) {
+  std::string body = methodCall("echo", {kInt42});
+  std::string out =
+      roundTrip("POST / HTTP/1.1\nContent-length: " + std::to_string(body.size()) + "\n\n" + body);
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(ConnectionTest, HeaderWithoutBodyYetWaits) {
+  std::string body = methodCall("echo", {kInt42});
+  std::string head =
+      "POST / HTTP/1.1\r\nContent-length: " + std::to_string(body.size()) + "\r\n\r\n";
+  conn_.feed(head);
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_HEADER);
+  conn_.feed(body);
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(ConnectionTest, HeaderArrivingByteByByte) {
+  std::string request = httpPost(methodCall("echo", {kInt42}));
+  for (char c : request) {
+    conn_.feed(std::string(1, c));
+    EXPECT_EQ(conn_.event(), kRead);
+  }
+  EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(ConnectionTest, BodyInSeveralPiecesIsCollected) {
+  std::string request = httpPost(methodCall("echo", {kInt42}));
+  size_t bodyStart = request.find("\r\n\r\n") + 4;
+  conn_.feed(request.substr(0, bodyStart + 10));
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_REQUEST);
+  conn_.feed(request.substr(bodyStart + 10, 30));
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_REQUEST);
+  EXPECT_EQ(conn_.output(), "");
+  conn_.feed(request.substr(bodyStart + 40));
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(ConnectionTest, BytesBeyondTheLengthAreParsedToo) {
+  std::string body = methodCall("echo", {kInt42, "<value>tail</value>"});
+  // Announce only the first 20 bytes; the whole body arrives and is parsed.
+  std::string out = roundTrip("POST / HTTP/1.1\r\nContent-length: 20\r\n\r\n" + body);
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42 + "<value>tail</value>"))));
+}
+
+TEST_F(ConnectionTest, ZeroByteEndsTheBody) {
+  std::string body = methodCall("echo", {kInt42});
+  std::string cut = body.substr(0, body.find("<params>")) + std::string(1, '\0') + "junk";
+  std::string out = roundTrip("POST / HTTP/1.1\r\nContent-length: 5\r\n\r\n" + cut);
+  // The parameters were behind the zero byte: echo sees none.
+  EXPECT_EQ(out, expectedResponse(resultBody("<value></value>")));
+}
+
+TEST_F(ConnectionTest, Http10ClosesAfterTheResponse) {
+  std::string out = roundTrip(httpPost(methodCall("echo", {kInt42}), "HTTP/1.0"));
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
+  EXPECT_EQ(lastMask_, kClose);
+  EXPECT_FALSE(conn_.getKeepAlive());
+}
+
+TEST_F(ConnectionTest, Http10WithKeepAliveStaysOpen) {
+  roundTrip(httpPost(methodCall("echo", {kInt42}), "HTTP/1.0", "Connection: Keep-Alive\r\n"));
+  EXPECT_EQ(lastMask_, kRead);
+  EXPECT_TRUE(conn_.getKeepAlive());
+}
+
+TEST_F(ConnectionTest, Http11StaysOpenUnlessAskedToClose) {
+  roundTrip(httpPost(methodCall("echo", {kInt42}), "HTTP/1.1", "Connection: keep-alive\r\n"));
+  EXPECT_EQ(lastMask_, kRead);
+  conn_.clearOutput();
+  std::string out =
+      roundTrip(httpPost(methodCall("echo", {kInt42}), "HTTP/1.1", "connection: CLOSE\r\n"));
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
+  EXPECT_EQ(lastMask_, kClose);
+}
+
+TEST_F(ConnectionTest, KeepAliveServesManyRequests) {
+  for (int i = 0; i < 50; ++i) {
+    conn_.clearOutput();
+    std::string value = "<value><i4>" + std::to_string(i) + "</i4></value>";
+    EXPECT_EQ(roundTrip(httpPost(methodCall("echo", {value}))),
+              expectedResponse(resultBody(arrayOf(value))));
+    EXPECT_EQ(lastMask_, kRead);
+  }
+}
+
+TEST_F(ConnectionTest, PipelinedRequestReadAlongIsLost) {
+  std::string one = httpPost(methodCall("echo", {kInt42}));
+  EXPECT_EQ(roundTrip(one + one), expectedResponse(resultBody(arrayOf(kInt42))));
+  EXPECT_EQ(lastMask_, kRead);
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_HEADER);
+}
+
+TEST_F(ConnectionTest, SlowWriterIsWatchedForWriting) {
+  conn_.setWriteLimit(16);
+  std::string expected = expectedResponse(resultBody(arrayOf(kInt42)));
+  conn_.feed(httpPost(methodCall("echo", {kInt42})));
+  EXPECT_EQ(conn_.event(), kWrite);
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::WRITE_RESPONSE);
+  unsigned mask = kWrite;
+  int passes = 1;
+  while (mask == kWrite && passes < 1000) {
+    mask = conn_.handleEvent(XmlRpcDispatch::WritableEvent);
+    ++passes;
+  }
+  EXPECT_EQ(mask, kRead);
+  EXPECT_EQ(conn_.output(), expected);
+  EXPECT_EQ(passes, static_cast<int>((expected.size() + 15) / 16));
+}
+
+TEST_F(ConnectionTest, ResponseCutWithoutKeepAliveWhenItDoesNotFit) {
+  conn_.setWriteLimit(16);
+  conn_.feed(httpPost(methodCall("echo", {kInt42}), "HTTP/1.1", "Connection: close\r\n"));
+  EXPECT_EQ(conn_.event(), kClose);
+  EXPECT_EQ(conn_.output().size(), 16u);
+}
+
+TEST_F(ConnectionTest, ReadErrorIsReportedOnlyWhenDataHadArrived) {
+  conn_.failNextRead();
+  EXPECT_EQ(conn_.event(), kClose);
+  EXPECT_TRUE(errors_.messages.empty());
+
+  MemoryConnection partial(&server_);
+  partial.feed("POST / HT");
+  EXPECT_EQ(partial.event(), kRead);
+  partial.failNextRead();
+  EXPECT_EQ(partial.event(), kClose);
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0],
+            "XmlRpcServerConnection::readHeader: error while reading header (error 104).");
+}
+
+TEST_F(ConnectionTest, EofInTheHeaderIsReportedOnlyWhenDataHadArrived) {
+  conn_.feed("", true);
+  EXPECT_EQ(conn_.event(), kClose);
+  EXPECT_TRUE(errors_.messages.empty());
+
+  MemoryConnection partial(&server_);
+  partial.feed("POST / HTTP/1.1\r\nContent-le", true);
+  EXPECT_EQ(partial.event(), kClose);
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readHeader: EOF while reading header");
+}
+
+TEST_F(ConnectionTest, EofInTheBodyIsReported) {
+  conn_.feed("POST / HTTP/1.1\r\nContent-length: 500\r\n\r\n<methodCall>", true);
+  EXPECT_EQ(conn_.event(), kClose);
+  EXPECT_EQ(conn_.output(), "");
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readRequest: EOF while reading request");
+}
+
+TEST_F(ConnectionTest, ReadErrorInTheBodyIsReported) {
+  conn_.feed("POST / HTTP/1.1\r\nContent-length: 500\r\n\r\n<methodCall>");
+  EXPECT_EQ(conn_.event(), kRead);
+  conn_.failNextRead();
+  EXPECT_EQ(conn_.event(), kClose);
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readRequest: read error (error 104).");
+}
+
+TEST_F(ConnectionTest, EndlessHeaderIsDropped) {
+  std::string line = "X-Filler: " + std::string(1000, 'f') + "\r\n";
+  unsigned mask = kRead;
+  conn_.feed("POST / HTTP/1.1\r\n");
+  for (int i = 0; i < 100 && mask == kRead; ++i) {
+    conn_.feed(line);
+    mask = conn_.event();
+  }
+  EXPECT_EQ(mask, kClose);
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0].rfind("XmlRpcServerConnection::readHeader: header too long", 0),
+            0u);
+}
+
+TEST_F(ConnectionTest, HugeLengthIsRefused) {
+  conn_.feed("POST / HTTP/1.1\r\nContent-length: 99999999999\r\n\r\n<x/>");
+  EXPECT_EQ(conn_.event(), kClose);
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0],
+            "XmlRpcServerConnection::readHeader: Content-length too large (2147483647).");
+}
+
+TEST_F(ConnectionTest, ListMethodsOverTheConnection) {
+  std::string out = roundTrip(httpPost(methodCall("system.listMethods", {})));
+  std::string names;
+  for (const char* n : {"echo", "fault", "noResult", "system.listMethods", "system.methodHelp",
+                        "system.multicall"}) {
+    names += std::string("<value>") + n + "</value>";
+  }
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(names))));
+}
+
+// A multicall entry {methodName: name, params: [values...]}.
+std::string callEntry(const std::string& name, const std::string& params) {
+  return "<value><struct><member><name>methodName</name><value>" + name +
+         "</value></member><member><name>params</name>" + arrayOf(params) +
+         "</member></struct></value>";
+}
+
+std::string faultEntry(int code, const std::string& message) {
+  return "<value><struct><member><name>faultCode</name><value><i4>" + std::to_string(code) +
+         "</i4></value></member><member><name>faultString</name><value>" + message +
+         "</value></member></struct></value>";
+}
+
+TEST_F(ConnectionTest, MulticallWithMixedEntries) {
+  std::string lacksParams =
+      "<value><struct><member><name>methodName</name><value>echo</value></member></struct></value>";
+  std::string calls = callEntry("echo", kInt42) + lacksParams +
+                      callEntry("fault", "<value><i4>5</i4></value><value>bad</value>") +
+                      callEntry("nope", "") + callEntry("noResult", "") + kInt42;
+  std::string out = roundTrip(httpPost(methodCall("system.multicall", {arrayOf(calls)})));
+
+  const std::string badEntry =
+      "system.multicall: Invalid argument (expected a struct with members methodName and params)";
+  std::string expected = arrayOf(arrayOf(kInt42)) + faultEntry(-1, badEntry) +
+                         faultEntry(5, "bad") + faultEntry(-1, "nope: unknown method name") +
+                         arrayOf("<value></value>") + faultEntry(-1, badEntry);
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(expected))));
+  EXPECT_EQ(lastMask_, kRead);
+}
+
+TEST_F(ConnectionTest, MulticallWithANonArrayParameterFaults) {
+  std::string out = roundTrip(httpPost(methodCall("system.multicall", {kInt42})));
+  EXPECT_EQ(out, expectedResponse(
+                     faultBody(-1, "system.multicall: Invalid argument (expected an array)")));
+}
+
+TEST_F(ConnectionTest, MulticallWithoutOrWithTwoParametersFaults) {
+  for (auto params : {std::vector<std::string>{}, std::vector<std::string>{arrayOf(""), kInt42}}) {
+    conn_.clearOutput();
+    std::string out = roundTrip(httpPost(methodCall("system.multicall", params)));
+    EXPECT_EQ(out, expectedResponse(
+                       faultBody(-1, "system.multicall: Invalid argument (expected an array)")));
+  }
+}
+
+TEST_F(ConnectionTest, EmptyMulticallAnswersAnEmptyArray) {
+  std::string out = roundTrip(httpPost(methodCall("system.multicall", {arrayOf("")})));
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(""))));
+}
+
+TEST_F(ConnectionTest, NestedMulticallIsRefusedPerEntry) {
+  std::string calls = callEntry("system.multicall", "") + callEntry("echo", kInt42);
+  std::string out = roundTrip(httpPost(methodCall("system.multicall", {arrayOf(calls)})));
+  std::string expected = faultEntry(-1, "system.multicall: Recursive system.multicall forbidden") +
+                         arrayOf(arrayOf(kInt42));
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(expected))));
+}
+
+TEST_F(ConnectionTest, MulticallEntryWithANonStringNameFaultsThatEntry) {
+  std::string entry =
+      "<value><struct><member><name>methodName</name><value><i4>3</i4></value></member>"
+      "<member><name>params</name>" +
+      arrayOf("") + "</member></struct></value>";
+  std::string out = roundTrip(httpPost(methodCall("system.multicall", {arrayOf(entry)})));
+  EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(faultEntry(-1, "type error")))));
+}
+
+TEST_F(ConnectionTest, QuietCycleAtVerbosityZero) {
+  XmlRpcLogHandler::setVerbosity(0);
+  testing::internal::CaptureStdout();
+  roundTrip(httpPost(methodCall("echo", {kInt42})));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}

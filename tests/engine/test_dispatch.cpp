@@ -1,0 +1,302 @@
+// Tests of XmlRpcDispatch: the mask rules, closing and self-destruction of
+// sources, clear() during work, the time-out forms and the per-set limit.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "engine_test_util.h"
+#include "xmlrpc/XmlRpcDispatch.h"
+#include "xmlrpc/XmlRpcSource.h"
+
+using namespace XmlRpc;
+using XmlRpcTest::RecordingErrorHandler;
+using XmlRpcTest::SocketPair;
+
+namespace {
+
+constexpr unsigned kKeepMask = 0xFFFFFFFFu;
+
+bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
+
+// A source whose handler is a test function; it counts what happens to it.
+class FakeSource : public XmlRpcSource {
+ public:
+  explicit FakeSource(int fd, bool deleteOnClose = false, int* destroyed = nullptr)
+      : XmlRpcSource(fd, deleteOnClose), destroyed_(destroyed) {}
+  ~FakeSource() override {
+    if (destroyed_ != nullptr) ++*destroyed_;
+  }
+
+  unsigned handleEvent(unsigned eventType) override {
+    events.push_back(eventType);
+    return handler ? handler(eventType) : kKeepMask;
+  }
+  void close() override {
+    ++closes;
+    XmlRpcSource::close();  // may delete this
+  }
+
+  std::function<unsigned(unsigned)> handler;
+  std::vector<unsigned> events;
+  int closes = 0;
+
+ private:
+  int* destroyed_;
+};
+
+void sendByte(int fd) { ASSERT_EQ(::write(fd, "x", 1), 1); }
+
+}  // namespace
+
+TEST(Dispatch, EmptyListReturnsWithoutSelecting) {
+  RecordingErrorHandler errors;
+  XmlRpcDispatch disp;
+  // A negative time-out would wait forever if select were called.
+  disp.work(-1.0);
+  disp.work(0.5);
+  EXPECT_TRUE(errors.messages.empty());
+}
+
+TEST(Dispatch, NegativeTimeoutWaitsUntilNoSourceRemains) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  source.setKeepOpen(true);  // the pair closes its own descriptors
+  source.handler = [](unsigned) { return 0u; };
+  disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
+
+  std::thread late([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    sendByte(pair.a);
+  });
+  disp.work(-1.0);  // returns only once the handler has dropped the source
+  late.join();
+  ASSERT_EQ(source.events.size(), 1u);
+  EXPECT_EQ(source.events[0], XmlRpcDispatch::ReadableEvent);
+}
+
+TEST(Dispatch, NothingToWatchEndsWorkThroughTheSelectError) {
+  RecordingErrorHandler errors;
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  disp.addSource(&source, 0);
+  disp.work(-1.0);
+  ASSERT_EQ(errors.messages.size(), 1u);
+  EXPECT_EQ(errors.messages[0], "Error in XmlRpcDispatch::work: error in select (-1).");
+  EXPECT_EQ(source.closes, 0);  // the source stays registered, untouched
+}
+
+TEST(Dispatch, TimedWorkReturnsAfterItsBudgetWithoutTraffic) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
+  double start = disp.getTime();
+  disp.work(0.5);
+  // It cannot end before a pass has finished past the end time.
+  EXPECT_GT(disp.getTime() - start, 0.5);
+  EXPECT_TRUE(source.events.empty());
+  EXPECT_EQ(source.closes, 0);
+}
+
+TEST(Dispatch, ZeroMaskRemovesAndClosesTheSource) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  pair.b = -1;  // the source's close() closes it now
+  source.handler = [](unsigned) { return 0u; };
+  disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
+  sendByte(pair.a);
+  int fd = source.getfd();
+  disp.work(0.0);
+  EXPECT_EQ(source.events.size(), 1u);
+  EXPECT_EQ(source.closes, 1);
+  EXPECT_EQ(source.getfd(), -1);
+  EXPECT_FALSE(isOpen(fd));
+  disp.work(0.0);  // nothing watched any more
+  EXPECT_EQ(source.events.size(), 1u);
+}
+
+TEST(Dispatch, ZeroMaskOnKeepOpenSourceRemovesWithoutClosing) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  source.setKeepOpen(true);
+  source.handler = [](unsigned) { return 0u; };
+  disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
+  sendByte(pair.a);
+  disp.work(0.0);
+  EXPECT_EQ(source.closes, 0);
+  EXPECT_EQ(source.getfd(), pair.b);
+  EXPECT_TRUE(isOpen(pair.b));
+  disp.work(0.0);
+  EXPECT_EQ(source.events.size(), 1u);  // removed from the list all the same
+}
+
+TEST(Dispatch, AllOnesKeepsTheMaskAndOtherValuesReplaceIt) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  source.setKeepOpen(true);
+  disp.addSource(&source, XmlRpcDispatch::WritableEvent);
+
+  source.handler = [](unsigned) { return kKeepMask; };
+  disp.work(0.0);
+  disp.work(0.0);
+  ASSERT_EQ(source.events.size(), 2u);  // still watched for writing
+  EXPECT_EQ(source.events[1], XmlRpcDispatch::WritableEvent);
+
+  source.handler = [](unsigned) { return unsigned(XmlRpcDispatch::ReadableEvent); };
+  disp.work(0.0);
+  ASSERT_EQ(source.events.size(), 3u);
+  disp.work(0.0);  // now only readable, and nothing to read
+  EXPECT_EQ(source.events.size(), 3u);
+  sendByte(pair.a);
+  disp.work(0.0);
+  ASSERT_EQ(source.events.size(), 4u);
+  EXPECT_EQ(source.events[3], XmlRpcDispatch::ReadableEvent);
+}
+
+TEST(Dispatch, SourceInSeveralSetsIsCalledOncePerSetInOrder) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  source.setKeepOpen(true);
+  source.handler = [](unsigned) { return unsigned(XmlRpcDispatch::ReadableEvent); };
+  disp.addSource(&source, XmlRpcDispatch::ReadableEvent | XmlRpcDispatch::WritableEvent);
+  sendByte(pair.a);
+  disp.work(0.0);
+  ASSERT_EQ(source.events.size(), 2u);
+  EXPECT_EQ(source.events[0], XmlRpcDispatch::ReadableEvent);
+  EXPECT_EQ(source.events[1], XmlRpcDispatch::WritableEvent);
+}
+
+TEST(Dispatch, DeleteOnCloseSourceIsDestroyedExactlyOnce) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  int destroyed = 0;
+  auto* dying = new FakeSource(pair.b, true, &destroyed);
+  pair.b = -1;
+  dying->handler = [](unsigned) { return 0u; };
+  FakeSource after(pair.a);
+  after.setKeepOpen(true);
+  after.handler = [](unsigned) { return kKeepMask; };
+  disp.addSource(dying, XmlRpcDispatch::WritableEvent);
+  disp.addSource(&after, XmlRpcDispatch::WritableEvent);
+
+  disp.work(0.0);
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(after.events.size(), 1u);  // the loop went on past the dead entry
+  disp.work(0.0);
+  pair.a = -1;  // the clear closes it through `after`
+  disp.clear();
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(after.events.size(), 2u);
+}
+
+TEST(Dispatch, ClearDuringWorkClosesEverySourceAfterThePass) {
+  SocketPair first, second;
+  XmlRpcDispatch disp;
+  int destroyed = 0;
+  FakeSource clearing(first.b);
+  FakeSource later(second.b);
+  auto* owned = new FakeSource(first.a, true, &destroyed);
+  first.a = first.b = second.b = -1;  // closed by the sources
+  clearing.handler = [&](unsigned) {
+    disp.clear();
+    EXPECT_EQ(later.closes, 0);  // deferred to the end of the pass
+    return kKeepMask;
+  };
+  disp.addSource(&clearing, XmlRpcDispatch::WritableEvent);
+  disp.addSource(&later, XmlRpcDispatch::WritableEvent);
+  disp.addSource(owned, XmlRpcDispatch::WritableEvent);
+
+  disp.work(-1.0);                     // returns: the clear leaves nothing to watch
+  EXPECT_EQ(later.events.size(), 1u);  // still got its event of that pass
+  EXPECT_EQ(clearing.closes, 1);
+  EXPECT_EQ(later.closes, 1);
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(clearing.getfd(), -1);
+}
+
+TEST(Dispatch, ClearOutsideWorkClosesAtOnce) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  pair.b = -1;
+  disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
+  disp.clear();
+  EXPECT_EQ(source.closes, 1);
+  EXPECT_EQ(source.getfd(), -1);
+}
+
+TEST(Dispatch, RemoveSourceForgetsWithoutClosing) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  disp.addSource(&source, XmlRpcDispatch::WritableEvent);
+  disp.removeSource(&source);
+  disp.work(0.0);
+  EXPECT_TRUE(source.events.empty());
+  EXPECT_EQ(source.closes, 0);
+  EXPECT_TRUE(isOpen(pair.b));
+}
+
+TEST(Dispatch, SetSourceEventsReplacesTheMask) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
+  disp.setSourceEvents(&source, XmlRpcDispatch::WritableEvent);
+  disp.work(0.0);
+  ASSERT_EQ(source.events.size(), 1u);
+  EXPECT_EQ(source.events[0], XmlRpcDispatch::WritableEvent);
+}
+
+TEST(Dispatch, HandlerMayRemoveItsOwnAndTheNextEntry) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource first(pair.a), second(pair.b);
+  first.handler = [&](unsigned) {
+    disp.removeSource(&first);
+    disp.removeSource(&second);
+    return unsigned(XmlRpcDispatch::ReadableEvent);
+  };
+  disp.addSource(&first, XmlRpcDispatch::WritableEvent);
+  disp.addSource(&second, XmlRpcDispatch::WritableEvent);
+  disp.work(0.0);
+  EXPECT_EQ(first.events.size(), 1u);
+  EXPECT_TRUE(second.events.empty());
+  EXPECT_EQ(first.closes + second.closes, 0);
+  disp.work(-1.0);  // both gone: returns at once
+}
+
+TEST(Dispatch, AtMost64DescriptorsAreWatchedPerPass) {
+  constexpr int kSources = 70;
+  XmlRpcDispatch disp;
+  std::vector<std::unique_ptr<SocketPair>> pairs;
+  std::vector<std::unique_ptr<FakeSource>> sources;
+  for (int i = 0; i < kSources; ++i) {
+    pairs.push_back(std::make_unique<SocketPair>());
+    sources.push_back(std::make_unique<FakeSource>(pairs.back()->b));
+    sources.back()->handler = [](unsigned) { return 0u; };
+    sources.back()->setKeepOpen(true);
+    disp.addSource(sources.back().get(), XmlRpcDispatch::WritableEvent);
+  }
+  disp.work(0.0);
+  int called = 0;
+  for (auto& s : sources) called += static_cast<int>(s->events.size());
+  EXPECT_EQ(called, 64);
+  // The first 64 were dropped; the rest get their turn in the next pass.
+  EXPECT_TRUE(sources[63]->events.size() == 1 && sources[64]->events.empty());
+  disp.work(0.0);
+  called = 0;
+  for (auto& s : sources) called += static_cast<int>(s->events.size());
+  EXPECT_EQ(called, kSources);
+}
