@@ -1,0 +1,133 @@
+// The msgpack form of whole messages: the hello and the packet envelopes of
+// requests, replies and notices.
+#include <cstdint>
+
+#include <vxcore/properties.h>
+#include <vxnet/vxp/wire.h>
+
+#include "msgpack_codec.h"
+
+namespace vxnet::vxp {
+namespace {
+
+[[noreturn]] void fail(const std::string& what) { throw protocol_error("bad message: " + what); }
+
+std::uint64_t as_uint(const msgpack::object& o, const char* what) {
+  if (o.type != msgpack::type::POSITIVE_INTEGER) fail(std::string(what) + " is not a number");
+  return o.via.u64;
+}
+
+std::string as_text(const msgpack::object& o, const char* what) {
+  if (o.type != msgpack::type::STR) fail(std::string(what) + " is not a string");
+  return std::string(o.via.str.ptr, o.via.str.size);
+}
+
+// Fields of a hello: [0, "vxp", version, name]; of a packet message:
+// [kind, id, type, command, payload].
+constexpr std::uint32_t hello_fields = 4;
+constexpr std::uint32_t packet_fields = 5;
+
+}  // namespace
+
+message make_hello(std::string peer, std::uint32_t version) {
+  message m;
+  m.kind = message_kind::hello;
+  m.version = version;
+  m.peer = std::move(peer);
+  return m;
+}
+
+message make_request(std::uint64_t id, packet body) {
+  message m;
+  m.kind = message_kind::request;
+  m.id = id;
+  m.body = std::move(body);
+  return m;
+}
+
+message make_reply(std::uint64_t id, packet body) {
+  message m = make_request(id, std::move(body));
+  m.kind = message_kind::reply;
+  return m;
+}
+
+message make_notice(packet body) {
+  message m = make_request(0, std::move(body));
+  m.kind = message_kind::notice;
+  return m;
+}
+
+std::string encode_message(const message& m) {
+  std::string out;
+  detail::string_stream stream{&out};
+  detail::packer pk(stream);
+  if (m.kind == message_kind::hello) {
+    pk.pack_array(hello_fields);
+    pk.pack_uint32(static_cast<std::uint32_t>(m.kind));
+    pk.pack_str(static_cast<std::uint32_t>(protocol_magic.size()));
+    pk.pack_str_body(protocol_magic.data(), static_cast<std::uint32_t>(protocol_magic.size()));
+    pk.pack_uint32(m.version);
+    pk.pack_str(static_cast<std::uint32_t>(m.peer.size()));
+    pk.pack_str_body(m.peer.data(), static_cast<std::uint32_t>(m.peer.size()));
+    return out;
+  }
+  pk.pack_array(packet_fields);
+  pk.pack_uint32(static_cast<std::uint32_t>(m.kind));
+  pk.pack_uint64(m.id);
+  pk.pack_uint32(m.body.get_type());
+  const std::string& command = m.body.get_command();
+  pk.pack_str(static_cast<std::uint32_t>(command.size()));
+  pk.pack_str_body(command.data(), static_cast<std::uint32_t>(command.size()));
+  detail::pack_property(pk, &m.body.get_properties());
+  return out;
+}
+
+void append_frame(std::string& out, const message& m) {
+  const std::string body = encode_message(m);
+  if (body.size() > max_frame_size)
+    throw protocol_error("message of " + std::to_string(body.size()) +
+                         " bytes exceeds the frame limit of " + std::to_string(max_frame_size));
+  const auto n = static_cast<std::uint32_t>(body.size());
+  const char header[frame_header_size] = {static_cast<char>(n >> 24), static_cast<char>(n >> 16),
+                                          static_cast<char>(n >> 8), static_cast<char>(n)};
+  out.append(header, frame_header_size);
+  out.append(body);
+}
+
+message decode_message(std::string_view body) {
+  const auto handle = detail::parse_object(body);
+  const msgpack::object& o = handle.get();
+  if (o.type != msgpack::type::ARRAY || o.via.array.size == 0) fail("not a message array");
+  const auto& a = o.via.array;
+  const std::uint64_t kind = as_uint(a.ptr[0], "message kind");
+  message m;
+  if (kind == static_cast<std::uint64_t>(message_kind::hello)) {
+    if (a.size != hello_fields) fail("hello has the wrong number of fields");
+    if (as_text(a.ptr[1], "hello magic") != protocol_magic) fail("hello is not a vxp hello");
+    const std::uint64_t version = as_uint(a.ptr[2], "protocol version");
+    if (version > 0xffffffffu) fail("protocol version out of range");
+    m.kind = message_kind::hello;
+    m.version = static_cast<std::uint32_t>(version);
+    m.peer = as_text(a.ptr[3], "peer name");
+    return m;
+  }
+  if (kind > static_cast<std::uint64_t>(message_kind::notice))
+    fail("unknown message kind " + std::to_string(kind));
+  if (a.size != packet_fields) fail("packet message has the wrong number of fields");
+  m.kind = static_cast<message_kind>(kind);
+  m.id = as_uint(a.ptr[1], "request id");
+  if (m.kind == message_kind::notice ? m.id != 0 : m.id == 0)
+    fail(m.kind == message_kind::notice ? "notice with a request id"
+                                        : "request or reply without a request id");
+  const std::uint64_t type = as_uint(a.ptr[2], "packet type");
+  if (type > 0xffffffffu) fail("packet type out of range");
+  m.body.set_type(static_cast<std::uint32_t>(type));
+  m.body.set_command(as_text(a.ptr[3], "command name"));
+  const vxcore::property_ptr payload = detail::unpack_property(a.ptr[4]);
+  if (!payload || payload->get_kind() != vxcore::kind_properties)
+    fail("packet payload is not a properties map");
+  m.body.set_properties(static_cast<const vxcore::properties&>(*payload));
+  return m;
+}
+
+}  // namespace vxnet::vxp

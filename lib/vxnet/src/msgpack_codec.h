@@ -1,0 +1,36 @@
+// Internal: the msgpack form of property trees, shared by the property and
+// message codecs of the wire form.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include <msgpack.hpp>
+
+#include <vxcore/property.h>
+
+namespace vxnet::vxp::detail {
+
+// A msgpack output stream that appends to a std::string.
+struct string_stream {
+  std::string* out;
+  void write(const char* data, std::size_t size) { out->append(data, size); }
+};
+
+using packer = msgpack::packer<string_stream>;
+
+// Packs value (null allowed). Throws protocol_error when the tree nests
+// deeper than max_property_depth, so that nothing the peer would refuse is
+// ever sent.
+void pack_property(packer& pk, const vxcore::property* value, std::size_t depth = 0);
+
+// Builds the property a msgpack object stands for. Throws protocol_error
+// when the object is not a well-formed property encoding.
+vxcore::property_ptr unpack_property(const msgpack::object& o, std::size_t depth = 0);
+
+// Parses bytes as exactly one msgpack object under the limits of the wire
+// form. Throws protocol_error on malformed or trailing bytes.
+msgpack::object_handle parse_object(std::string_view bytes);
+
+}  // namespace vxnet::vxp::detail
