@@ -12,7 +12,7 @@ PACKAGES=(
   libmsgpack-cxx-dev libspdlog-dev libavahi-client-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev python3 iproute2 util-linux
-  dbus avahi-daemon avahi-utils wrk procps
+  dbus avahi-daemon avahi-utils wrk procps locales
 )
 
 missing=()
