@@ -28,9 +28,7 @@ bool is_xml_name(const std::string& s) {
   for (unsigned char c : s) {
     if (!(start_ok(c) || std::isdigit(c) || c == '-' || c == '.')) return false;
   }
-  // Names starting with "xml" (any case) are reserved.
-  return !(s.size() >= 3 && std::tolower(s[0]) == 'x' && std::tolower(s[1]) == 'm' &&
-           std::tolower(s[2]) == 'l');
+  return true;
 }
 
 // Character data: the markup characters escaped; CR kept as a reference

@@ -1,0 +1,144 @@
+// The program entry of XMLRPCServer: prepares the process, reads the
+// command line, settles the configuration and runs the server until it is
+// stopped.
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+
+#include <vxbase/es.h>
+#include <vxbase/fileutil.h>
+#include <vxbase/platform.h>
+#include <vxcore/ds.h>
+
+#include "config_file.h"
+#include "config_schema.h"
+#include "opts.h"
+#include "xmlrpcserver.h"
+
+namespace {
+
+// Cleared only by a stop signal; the main loop tests it every turn.
+std::atomic<bool> running{true};
+static_assert(std::atomic<bool>::is_always_lock_free, "the stop signal handler clears it");
+
+// The server being run, for anyone who needs the one instance.
+xmlrpcs::xmlrpcserver* current_server = nullptr;
+
+// The socket library version the program is written for: 2.0.
+constexpr std::uint16_t socket_version = 0x0002;
+
+void stop_running(int) { running.store(false); }
+
+// SIGINT and SIGTERM end the main loop, which then returns normally, so the
+// server is taken down through its destructor.
+void install_stop_signals() {
+  struct sigaction action {};
+  action.sa_handler = stop_running;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  // A client that hangs up mid-response must not kill the server.
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+void start_sockets() {
+  std::uint16_t obtained = 0;
+  if (vxbase::platform::socket_startup(socket_version, obtained) != 0) {
+    vxbase::platform::socket_cleanup();
+    vxbase::es::call_raise("lib/vxnet/include/vxnet/vxnet", 39, "failed to use Winsock DLL");
+  }
+  if ((obtained & 0xff) != 2 || (obtained >> 8) != 0) {
+    vxbase::platform::socket_cleanup();
+    vxbase::es::call_raise("lib/vxnet/include/vxnet/vxnet", 46,
+                           "failed to load correct verion of Winsock DLL");
+  }
+}
+
+void at_exit() {
+  vxbase::platform::socket_cleanup();
+  vxbase::platform::set_thread_execution_state(vxbase::platform::es_continuous);
+}
+
+// Steps from building the configuration on; may throw.
+int configure_and_serve(xmlrpcs::opts& options) {
+  vxcore::configuration_ptr config = xmlrpcs::build_configuration();
+
+  if (options.cfg) {
+    std::string buffer;
+    config->write_config(buffer, vxcore::configuration::format_readable);
+    std::printf("%s", buffer.c_str());
+    return 0;
+  }
+  if (options.xsd || options.rng) {
+    std::string schema;
+    if (options.xsd) {
+      config->write_config_xsd(schema);
+      std::printf("%s", schema.c_str());
+    }
+    if (options.rng) {
+      config->write_config_rng(schema);
+      std::printf("%s", schema.c_str());
+    }
+    return 0;
+  }
+  if (options.use_file.first) xmlrpcs::settle_config_file(config, options.use_file.second);
+  if (options.write_config) {
+    std::string buffer;
+    config->write_config(buffer, vxcore::configuration::format_readable);
+    if (options.use_file.first) {
+      vxbase::fileutil::set_file_content(options.use_file.second, buffer);
+    } else {
+      std::printf("%s", buffer.c_str());
+    }
+    return 0;
+  }
+
+  install_stop_signals();
+  auto server = std::make_unique<xmlrpcs::xmlrpcserver>(
+      config, options.use_constraint_files,
+      options.use_file.first ? options.use_file.second : std::string());
+  current_server = server.get();
+  server->run(running);
+  current_server = nullptr;
+  server.reset();
+  config.reset();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  vxbase::platform::set_error_mode(2);
+  vxbase::platform::set_abort_behavior(0, 1);
+  vxbase::platform::set_thread_execution_state(vxbase::platform::es_continuous |
+                                               vxbase::platform::es_system_required);
+  start_sockets();
+  std::atexit(at_exit);
+  vxcore::ds::push_filt("XMLRPCServer", true);
+  vxcore::ds::push_filt("Corvane", true);
+
+  try {
+    xmlrpcs::opts options(argc, argv);
+    if (options.parse_error) {
+      vxcore::ds::print("XMLRPCServer:fatal", "option parse error");
+      return 1;
+    }
+    if (options.help) {
+      options.print_help();
+      return 0;
+    }
+    for (const auto& name : options.ds_enable) vxcore::ds::push_filt(name, true);
+    for (const auto& name : options.ds_disable) vxcore::ds::push_filt(name, false);
+    return configure_and_serve(options);
+  } catch (const vxbase::es::base& e) {
+    std::fprintf(stderr, "exception: %s\n", e.what());
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "exception: %s\n", e.what());
+  } catch (...) {
+    std::fputs("unknown exception", stderr);
+  }
+  return 1;
+}

@@ -1,0 +1,159 @@
+// The server object: construction, destruction, the proxy link and the
+// main loop.
+#include "xmlrpcserver.h"
+
+#include <cstdio>
+
+#include <vxbase/callqueue.h>
+#include <vxbase/es.h>
+#include <vxbase/fileutil.h>
+#include <vxbase/time.h>
+#include <vxcore/property_values.h>
+#include <xmlrpc/XmlRpcServer.h>
+
+#include "retry_schedule.h"
+
+namespace xmlrpcs {
+
+namespace {
+constexpr const char* location = "app/common/xmlrpcs/xmlrpcserver";
+constexpr const char* module = "XMLRPCServer";
+constexpr const char* not_connected_text = "not connected to client proxy";
+// How long one turn lets the proxy link do its pending input and output.
+constexpr unsigned proxy_io_wait = 1;
+// A turn's dispatch time with a listener, and its sleep without one.
+constexpr double dispatch_seconds = 0.5;
+constexpr std::uint32_t idle_sleep_ms = retry_schedule::turn_ms;
+}  // namespace
+
+xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint_files,
+                           const std::string& config_path)
+    : config_(std::move(config)),
+      config_path_(config_path),
+      shutdown_clock_(0),
+      command_constraints_(0),
+      connection_(this),
+      not_connected_reply_(not_connected_reply_type, "not.connected.reply") {
+  vxbase::callqueue::instance();
+  vxcore::set_reporter(this);
+  try {
+    if (!config_->is_valid(0)) {
+      std::string reason;
+      config_->get_config_constraints().get_invalid_reason(config_->get_config(), reason, 0);
+      vxbase::es::arg_raise(location, 412, "invalid configuration (%s)", reason.c_str());
+    }
+    configure_logging();
+    vxcore::report(location, 417, module, vxcore::kind::lifecycle, vxbase::sev_debug,
+                   "Starting up");
+    load_command_database(use_constraint_files);
+    if (config_->get_bool("services{xmlrpc}{active}")) {
+      const int port = static_cast<int>(config_->get_int("services{xmlrpc}{listen-port}"));
+      start_listening(port);
+      // The table is registered a second time on purpose: registration
+      // replaces methods by name, so repeating it changes nothing.
+      register_methods();
+      if (config_->get_bool("services{xmlrpc}{publish}")) publish(port);
+    }
+    write_back_configuration();
+    not_connected_reply_.set_property("error", new vxcore::property_string(not_connected_text));
+  } catch (...) {
+    // The destructor will not run: leave no dangling reporter behind.
+    vxcore::set_reporter(nullptr);
+    throw;
+  }
+}
+
+xmlrpcserver::~xmlrpcserver() {
+  vxcore::set_reporter(nullptr);
+  xmlrpc_server_.reset();
+  // The remaining members go in reverse order of declaration: the
+  // not-connected reply, the proxy link, the command constraints, the path
+  // and the configuration.
+}
+
+void xmlrpcserver::load_command_database(bool use_constraint_files) {
+  // Arrives with the command database loader.
+  (void)use_constraint_files;
+}
+
+void xmlrpcserver::start_listening(int port) {
+  xmlrpc_server_.reset();
+  xmlrpc_server_ = std::make_unique<XmlRpc::XmlRpcServer>();
+  xmlrpc_server_->enableIntrospection(true);
+  // A failure is reported by the engine itself; the loop runs on without
+  // listening.
+  xmlrpc_server_->bindAndListen(port, listen_backlog);
+  register_methods();
+}
+
+void xmlrpcserver::register_methods() {
+  // Arrives with the method table.
+}
+
+void xmlrpcserver::publish(int port) {
+  // Arrives with the service publication.
+  (void)port;
+}
+
+void xmlrpcserver::write_back_configuration() {
+  if (config_path_.empty()) return;
+  std::string buffer;
+  config_->write_config(buffer, vxcore::configuration::format_readable);
+  vxbase::fileutil::set_file_content(config_path_, buffer);
+}
+
+vxnet::vxp::packet xmlrpcserver::send_to_proxy(const vxnet::vxp::packet& packet) {
+  if (!connection_.is_connected()) return not_connected_reply_;
+  return connection_.send_sync(packet, send_timeout);
+}
+
+bool xmlrpcserver::status(vxcapi::result_code, const std::string&, bool) { return true; }
+
+void xmlrpcserver::disconnected(const std::string&, bool) {}
+
+bool xmlrpcserver::handle(const vxnet::vxp::packet& in, vxnet::vxp::packet&) {
+  (void)in.get_type();
+  return true;
+}
+
+void xmlrpcserver::check_proxy_connection(bool& connected_now) {
+  connected_now = false;
+  if (connection_.is_connected()) return;
+  std::fputs("trying to connect to client proxy\n", stdout);
+  std::fflush(stdout);
+  const auto result = connection_.connect(proxy_host, proxy_port, connect_timeout);
+  if (result == vxcapi::result_code(1)) {
+    connected_now = true;
+  } else if (result == vxcapi::result_code(2)) {
+    vxcore::report(location, 560, module, vxcore::kind::protocol, vxbase::sev_error,
+                   "Local ClientProxy has wrong protocol version");
+  }
+}
+
+void xmlrpcserver::run(std::atomic<bool>& running) {
+  retry_schedule schedule;
+  vxbase::callqueue& queue = vxbase::callqueue::instance();
+  while (running.load()) {
+    if (shutdown_clock_.is_ringing()) {
+      vxcore::report(location, 538, module, vxcore::kind::lifecycle, vxbase::sev_notice,
+                     "shutting down... good bye");
+      return;
+    }
+    connection_.wait(proxy_io_wait);
+    if (schedule.turn()) {
+      bool connected_now = false;
+      check_proxy_connection(connected_now);
+      schedule.checked(connected_now);
+    }
+    queue.run();
+    if (xmlrpc_server_) {
+      xmlrpc_server_->work(dispatch_seconds);
+    } else {
+      vxbase::sleep_milliseconds(idle_sleep_ms);
+    }
+  }
+  queue.run();
+  queue.exit();
+}
+
+}  // namespace xmlrpcs

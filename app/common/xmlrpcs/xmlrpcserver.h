@@ -1,0 +1,102 @@
+// xmlrpcserver: the program's centre. It is the process's reporter and the
+// handler of the client proxy link; it brings up logging, the listener and
+// its methods, and runs the main loop that keeps the proxy link alive.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+
+#include <vxbase/egg_clock.h>
+#include <vxbase/ptr_refcount.h>
+#include <vxcapi/connection.h>
+#include <vxcapi/handler.h>
+#include <vxcore/configuration.h>
+#include <vxcore/constraint_db.h>
+#include <vxcore/report.h>
+#include <vxnet/vxp/packet.h>
+
+namespace XmlRpc {
+class XmlRpcServer;
+}
+
+namespace xmlrpcs {
+
+class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
+ public:
+  // The proxy is always on this machine, at this port.
+  static constexpr const char* proxy_host = "127.0.0.1";
+  static constexpr const char* proxy_port = "40410";
+  // Seconds a connection attempt may take; short, since the loop waits.
+  static constexpr unsigned connect_timeout = 2;
+  // Seconds a command round trip may take before the proxy is given up on.
+  static constexpr unsigned send_timeout = 5;
+  // The listener's backlog: clients are few and short-lived.
+  static constexpr int listen_backlog = 5;
+  // The packet type of the preset reply while the proxy is unreachable.
+  static constexpr int not_connected_reply_type = 4;
+
+  // Brings the server up from a settled configuration (see the .cpp for the
+  // order). use_constraint_files chooses the readable constraint files over
+  // the compiled database; config_path is where the configuration is
+  // written back (empty: nowhere). Raises vxbase::es::arg_error "invalid
+  // configuration (<reason>)" when the configuration breaks a constraint.
+  xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint_files,
+               const std::string& config_path);
+  // Takes everything down in reverse order of construction.
+  ~xmlrpcserver() override;
+
+  xmlrpcserver(const xmlrpcserver&) = delete;
+  xmlrpcserver& operator=(const xmlrpcserver&) = delete;
+
+  // The main loop: runs turns of about 500 ms until running is found false
+  // (or the shutdown clock rings), keeping the proxy link up.
+  void run(std::atomic<bool>& running);
+
+  // The reply to use for packet: the proxy's reply, or at once the preset
+  // not-connected reply while the link is down.
+  vxnet::vxp::packet send_to_proxy(const vxnet::vxp::packet& packet);
+
+  // vxcore::reporter: routes a report to the sinks (xmlrpcserver_report.cpp).
+  void report(const char* file, std::uint32_t line, const char* module, vxcore::kind k,
+              vxbase::severity severity, const char* message) override;
+
+  // vxcapi::handler. Unsolicited packets are accepted and ignored; a lost
+  // link is noticed by the main loop's is_connected test.
+  bool status(vxcapi::result_code code, const std::string& text, bool flag) override;
+  void disconnected(const std::string& text, bool flag) override;
+  bool handle(const vxnet::vxp::packet& in, vxnet::vxp::packet& out) override;
+
+  const vxcore::configuration& get_configuration() const noexcept { return *config_; }
+  XmlRpc::XmlRpcServer* get_xmlrpc_server() const noexcept { return xmlrpc_server_.get(); }
+
+ private:
+  // Sets up the file sink and the re-direction of the standard streams
+  // (xmlrpcserver_report.cpp).
+  void configure_logging();
+  // Loads the command database that outgoing commands are checked against.
+  void load_command_database(bool use_constraint_files);
+  // Makes a new listener on port, with introspection, and registers the
+  // methods.
+  void start_listening(int port);
+  // Registers the method table with the listener; safe to repeat.
+  void register_methods();
+  // Publishes the service on the network.
+  void publish(int port);
+  // Writes the configuration in use back to its file.
+  void write_back_configuration();
+  // One connection check of the main loop.
+  void check_proxy_connection(bool& connected_now);
+
+  vxcore::configuration_ptr config_;
+  std::string config_path_;
+  vxbase::egg_clock shutdown_clock_;
+  vxcore::constraint_db command_constraints_;
+  vxcapi::connection connection_;
+  std::unique_ptr<XmlRpc::XmlRpcServer> xmlrpc_server_;
+  vxnet::vxp::packet not_connected_reply_;
+};
+
+}  // namespace xmlrpcs
