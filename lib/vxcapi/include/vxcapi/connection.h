@@ -27,6 +27,9 @@ inline constexpr const char* error_lost = "connection to client proxy lost";
 // answers even later than this many timed-out calls is treated as broken.
 inline constexpr std::size_t max_abandoned_requests = 1024;
 
+// The name this side gives in its hello.
+inline constexpr const char* client_name = "vxcapi";
+
 // One connection object serves many links over its life: connect() makes a
 // link, and a lost link leaves the object ready for the next connect().
 // Not thread-safe: connect, send_sync and wait run on the owner's thread, and
@@ -74,11 +77,18 @@ class connection : public vxnet::ioctrl {
  private:
   result_code attempt(const std::string& host, const std::string& port, unsigned timeout_seconds,
                       std::string& text);
-  result_code await_hello(long long deadline_ms, std::string& text);
+  result_code await_hello(std::int64_t deadline_ms, std::string& text);
+  // Appends a frame to the output; throws protocol_error if m cannot be sent.
   void queue(const vxnet::vxp::message& m);
-  bool flush() noexcept;
+  // Writes what the socket takes now; false when the link was lost.
+  bool flush();
+  // Handles every complete frame received; a protocol error drops the link.
+  void process_frames();
   void dispatch(vxnet::vxp::message&& m);
+  // Closes the link and tells the handler why.
   void drop(const std::string& reason, bool error);
+  void reset_link() noexcept;
+  void abandon(std::uint64_t id);
 
   handler* handler_;
   int fd_ = -1;

@@ -1,0 +1,24 @@
+// Clock and errno helpers of the proxy connection.
+#include "socket_util.h"
+
+#include <chrono>
+#include <cstring>
+
+namespace vxcapi::detail {
+
+std::int64_t now_ms() noexcept {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+int remaining_ms(std::int64_t deadline) noexcept {
+  const std::int64_t left = deadline - now_ms();
+  if (left <= 0) return 0;
+  return left > 0x7fffffff ? 0x7fffffff : static_cast<int>(left);
+}
+
+std::string errno_text(int error) {
+  return std::string(std::strerror(error)) + " (errno " + std::to_string(error) + ")";
+}
+
+}  // namespace vxcapi::detail

@@ -1,0 +1,256 @@
+// The simulator's poll loop over the listener and its clients.
+#include "sim_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include <vxcore/property_values.h>
+
+namespace sim {
+namespace {
+
+using vxnet::vxp::message;
+using vxnet::vxp::message_kind;
+using vxnet::vxp::packet;
+
+// Bytes taken per read call.
+constexpr std::size_t read_chunk = 64 * 1024;
+
+std::int64_t now_ms() {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+void log_line(const std::string& text) {
+  std::fprintf(stderr, "ClientProxySim: %s\n", text.c_str());
+}
+
+std::string client_label(std::uint64_t number) { return "client " + std::to_string(number); }
+
+// Gathers the notices a command sends ahead of its reply.
+class frame_context : public command_context {
+ public:
+  frame_context(std::string& frames, std::uint32_t protocol)
+      : frames_(frames), protocol_(protocol) {}
+  void notify(const packet& notice) override {
+    vxnet::vxp::append_frame(frames_, vxnet::vxp::make_notice(notice));
+  }
+  std::uint32_t protocol() const noexcept override { return protocol_; }
+
+ private:
+  std::string& frames_;
+  std::uint32_t protocol_;
+};
+
+packet error_reply(const packet& request, const std::string& text) {
+  packet reply(vxnet::vxp::type_reply, request.get_command());
+  reply.set_property("error", vxbase::make_refcount<vxcore::property_string>(text));
+  return reply;
+}
+
+}  // namespace
+
+sim_server::sim_server(const options& opts, const command_registry& registry)
+    : opts_(opts), registry_(registry) {}
+
+sim_server::~sim_server() {
+  for (auto& c : clients_) ::close(c->fd);
+  if (listen_fd_ >= 0) ::close(listen_fd_);
+}
+
+std::uint16_t sim_server::listen() {
+  listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (listen_fd_ < 0) throw std::runtime_error(std::string("socket: ") + std::strerror(errno));
+  const int one = 1;
+  ::setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(opts_.port);
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0)
+    throw std::runtime_error("cannot bind 127.0.0.1:" + std::to_string(opts_.port) + ": " +
+                             std::strerror(errno));
+  if (::listen(listen_fd_, SOMAXCONN) != 0)
+    throw std::runtime_error(std::string("listen: ") + std::strerror(errno));
+  socklen_t len = sizeof addr;
+  ::getsockname(listen_fd_, reinterpret_cast<sockaddr*>(&addr), &len);
+  return ntohs(addr.sin_port);
+}
+
+void sim_server::run(const volatile std::sig_atomic_t& stop, const sigset_t& wait_mask) {
+  std::vector<pollfd> fds;
+  while (!stop) {
+    fds.clear();
+    fds.push_back({listen_fd_, POLLIN, 0});
+    for (const auto& c : clients_) {
+      const bool pending = c->out_pos < c->outbox.size();
+      fds.push_back(
+          {c->fd, static_cast<short>((c->closing ? 0 : POLLIN) | (pending ? POLLOUT : 0)), 0});
+    }
+    const int timeout = next_timeout_ms(now_ms());
+    timespec ts{timeout / 1000, (timeout % 1000) * 1000000L};
+    const int n = ::ppoll(fds.data(), fds.size(), timeout < 0 ? nullptr : &ts, &wait_mask);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      throw std::runtime_error(std::string("poll: ") + std::strerror(errno));
+    }
+    // Clients first: accepting appends to clients_, which fds must match.
+    const std::int64_t now = now_ms();
+    std::vector<std::unique_ptr<client>> kept;
+    kept.reserve(clients_.size());
+    for (std::size_t i = 0; i < clients_.size(); ++i) {
+      client& c = *clients_[i];
+      const short ev = fds[i + 1].revents;
+      bool keep = true;
+      if (ev & (POLLIN | POLLHUP | POLLERR)) keep = read_from(c);
+      if (keep) release_due(c, now);
+      if (keep && (c.out_pos < c.outbox.size())) keep = write_to(c);
+      if (keep && c.closing && c.out_pos >= c.outbox.size()) keep = false;
+      if (keep) {
+        kept.push_back(std::move(clients_[i]));
+      } else {
+        ::close(c.fd);
+        log_line(client_label(c.number) + " closed");
+      }
+    }
+    clients_ = std::move(kept);
+    if (fds[0].revents & POLLIN) accept_clients();
+  }
+}
+
+void sim_server::accept_clients() {
+  for (;;) {
+    const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) return;  // EAGAIN: all taken; anything else: try next turn
+    if (clients_.size() >= max_clients) {
+      log_line("too many clients; connection refused");
+      ::close(fd);
+      continue;
+    }
+    const int one = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    auto c = std::make_unique<client>();
+    c->fd = fd;
+    c->number = ++accepted_;
+    log_line(client_label(c->number) + " connected");
+    clients_.push_back(std::move(c));
+  }
+}
+
+bool sim_server::read_from(client& c) {
+  char chunk[read_chunk];
+  const ssize_t got = ::recv(c.fd, chunk, sizeof chunk, 0);
+  if (got == 0) return false;
+  if (got < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+  if (c.closing) return true;  // the link is ending: what follows is ignored
+  c.reader.feed(chunk, static_cast<std::size_t>(got));
+  try {
+    while (!c.closing) {
+      auto body = c.reader.next();
+      if (!body) break;
+      if (!handle(c, vxnet::vxp::decode_message(*body))) return false;
+    }
+  } catch (const vxnet::vxp::protocol_error& e) {
+    log_line(client_label(c.number) + ": " + e.what());
+    return false;
+  }
+  return true;
+}
+
+bool sim_server::handle(client& c, message&& m) {
+  if (!c.hello_done) {
+    if (m.kind != message_kind::hello) {
+      log_line(client_label(c.number) + ": a packet before the hello");
+      return false;
+    }
+    c.hello_done = true;
+    vxnet::vxp::append_frame(c.outbox, vxnet::vxp::make_hello("ClientProxySim", opts_.protocol));
+    if (m.version != opts_.protocol) {
+      log_line(client_label(c.number) + " speaks protocol " + std::to_string(m.version) +
+               ", this proxy " + std::to_string(opts_.protocol) + "; closing");
+      c.closing = true;
+    }
+    return true;
+  }
+  if (m.kind == message_kind::hello) {
+    log_line(client_label(c.number) + ": a second hello");
+    return false;
+  }
+  ++c.packets;
+  if (opts_.drop_after && c.packets > *opts_.drop_after) {
+    log_line(client_label(c.number) + ": dropping the link after " +
+             std::to_string(*opts_.drop_after) + " packets");
+    return false;
+  }
+  if (m.kind != message_kind::request) return true;  // notices and stray replies: nothing to do
+  std::string frames = answer(m);
+  if (opts_.delay_ms > 0) {
+    c.later.push_back({now_ms() + opts_.delay_ms, std::move(frames)});
+  } else {
+    c.outbox.append(frames);
+  }
+  return true;
+}
+
+std::string sim_server::answer(const message& request) {
+  std::string frames;
+  frame_context context(frames, opts_.protocol);
+  packet out(vxnet::vxp::type_reply, request.body.get_command());
+  if (const command_handler* h = registry_.find(request.body.get_command())) {
+    try {
+      (*h)(request.body, out, context);
+    } catch (const std::exception& e) {
+      out = error_reply(request.body, std::string("command failed: ") + e.what());
+    }
+  } else {
+    out = error_reply(request.body, "unknown command \"" + request.body.get_command() + "\"");
+  }
+  try {
+    vxnet::vxp::append_frame(frames, vxnet::vxp::make_reply(request.id, out));
+  } catch (const vxnet::vxp::protocol_error& e) {
+    vxnet::vxp::append_frame(
+        frames, vxnet::vxp::make_reply(request.id, error_reply(request.body, e.what())));
+  }
+  return frames;
+}
+
+void sim_server::release_due(client& c, std::int64_t now) {
+  while (!c.later.empty() && c.later.front().due_ms <= now) {
+    c.outbox.append(c.later.front().frames);
+    c.later.pop_front();
+  }
+}
+
+bool sim_server::write_to(client& c) {
+  while (c.out_pos < c.outbox.size()) {
+    const ssize_t sent =
+        ::send(c.fd, c.outbox.data() + c.out_pos, c.outbox.size() - c.out_pos, MSG_NOSIGNAL);
+    if (sent < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    c.out_pos += static_cast<std::size_t>(sent);
+  }
+  c.outbox.clear();
+  c.out_pos = 0;
+  return true;
+}
+
+int sim_server::next_timeout_ms(std::int64_t now) const {
+  std::int64_t best = -1;
+  for (const auto& c : clients_) {
+    if (c->later.empty()) continue;
+    const std::int64_t left = std::max<std::int64_t>(0, c->later.front().due_ms - now);
+    if (best < 0 || left < best) best = left;
+  }
+  return static_cast<int>(best);
+}
+
+}  // namespace sim
