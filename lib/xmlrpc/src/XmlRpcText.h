@@ -7,6 +7,7 @@
 #include <climits>
 #include <clocale>
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,42 @@ inline bool isXmlSpace(char c) {
 inline bool offsetInside(std::string_view xml, const int* offset) {
   return offset != nullptr && xml.size() <= kMaxTextLength && *offset >= 0 &&
          static_cast<std::size_t>(*offset) < xml.size();
+}
+
+// The tag helpers' scanning, inline so that the readers' calls with
+// constant tags compile to short fixed-length compares. Each moves *offset
+// only on success; see XmlRpcUtil for the contracts.
+
+inline bool nextTagIs(std::string_view tag, std::string_view xml, int* offset) {
+  if (!offsetInside(xml, offset)) return false;
+  std::size_t pos = static_cast<std::size_t>(*offset);
+  while (pos < xml.size() && isXmlSpace(xml[pos])) ++pos;
+  if (pos >= xml.size() || xml.size() - pos < tag.size() ||
+      std::memcmp(xml.data() + pos, tag.data(), tag.size()) != 0) {
+    return false;
+  }
+  *offset = static_cast<int>(pos + tag.size());
+  return true;
+}
+
+inline bool findTag(std::string_view tag, std::string_view xml, int* offset) {
+  if (!offsetInside(xml, offset)) return false;
+  const std::size_t found = xml.find(tag, static_cast<std::size_t>(*offset));
+  if (found == std::string_view::npos) return false;
+  *offset = static_cast<int>(found + tag.size());
+  return true;
+}
+
+// getNextTag without the copy: the tag as a view into xml.
+inline std::string_view nextTag(std::string_view xml, int* offset) {
+  if (!offsetInside(xml, offset)) return {};
+  std::size_t pos = static_cast<std::size_t>(*offset);
+  while (pos < xml.size() && isXmlSpace(xml[pos])) ++pos;
+  if (pos >= xml.size() || xml[pos] != '<') return {};
+  std::size_t end = xml.find('>', pos);
+  end = (end == std::string_view::npos) ? xml.size() : end + 1;
+  *offset = static_cast<int>(end);
+  return xml.substr(pos, end - pos);
 }
 
 // Appends raw to out with < > & ' " replaced by their entities.

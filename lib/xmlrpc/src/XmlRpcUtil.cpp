@@ -83,31 +83,15 @@ std::string XmlRpcUtil::parseTag(std::string_view tag, std::string_view xml, int
 }
 
 bool XmlRpcUtil::findTag(std::string_view tag, std::string_view xml, int* offset) {
-  if (!detail::offsetInside(xml, offset)) return false;
-  const std::size_t found = xml.find(tag, static_cast<std::size_t>(*offset));
-  if (found == std::string_view::npos) return false;
-  *offset = static_cast<int>(found + tag.size());
-  return true;
+  return detail::findTag(tag, xml, offset);
 }
 
 std::string XmlRpcUtil::getNextTag(std::string_view xml, int* offset) {
-  if (!detail::offsetInside(xml, offset)) return {};
-  std::size_t pos = static_cast<std::size_t>(*offset);
-  while (pos < xml.size() && detail::isXmlSpace(xml[pos])) ++pos;
-  if (pos >= xml.size() || xml[pos] != '<') return {};
-  std::size_t end = xml.find('>', pos);
-  end = (end == std::string_view::npos) ? xml.size() : end + 1;
-  *offset = static_cast<int>(end);
-  return std::string(xml.substr(pos, end - pos));
+  return std::string(detail::nextTag(xml, offset));
 }
 
 bool XmlRpcUtil::nextTagIs(std::string_view tag, std::string_view xml, int* offset) {
-  if (!detail::offsetInside(xml, offset)) return false;
-  std::size_t pos = static_cast<std::size_t>(*offset);
-  while (pos < xml.size() && detail::isXmlSpace(xml[pos])) ++pos;
-  if (pos >= xml.size() || !xml.substr(pos).starts_with(tag)) return false;
-  *offset = static_cast<int>(pos + tag.size());
-  return true;
+  return detail::nextTagIs(tag, xml, offset);
 }
 
 void detail::appendXmlEncoded(std::string& out, std::string_view raw) {

@@ -107,18 +107,6 @@ bool textUpToTag(std::string_view xml, std::size_t pos, std::string_view& text) 
   return true;
 }
 
-// getNextTag without the copy: the tag text as a view into xml.
-std::string_view nextTag(std::string_view xml, int* offset) {
-  if (!detail::offsetInside(xml, offset)) return {};
-  std::size_t pos = static_cast<std::size_t>(*offset);
-  while (pos < xml.size() && detail::isXmlSpace(xml[pos])) ++pos;
-  if (pos >= xml.size() || xml[pos] != '<') return {};
-  std::size_t end = xml.find('>', pos);
-  end = (end == std::string_view::npos) ? xml.size() : end + 1;
-  *offset = static_cast<int>(end);
-  return xml.substr(pos, end - pos);
-}
-
 // parseTag for a known pair of tags, without building the closing tag.
 bool parseTagView(std::string_view open, std::string_view close, std::string_view xml, int* offset,
                   std::string_view& inner) {
@@ -257,7 +245,7 @@ bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state)
   invalidate();
   if (!detail::offsetInside(xml, offset)) return false;
   const int start = *offset;
-  if (!XmlRpcUtil::nextTagIs(kValueTag, xml, offset)) return false;
+  if (!detail::nextTagIs(kValueTag, xml, offset)) return false;
   if (state.depth >= kMaxNestingDepth) {
     state.tooDeep = true;
     *offset = start;
@@ -265,7 +253,7 @@ bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state)
   }
   ++state.depth;
   const int afterValueTag = *offset;
-  const std::string_view tag = nextTag(xml, offset);
+  const std::string_view tag = detail::nextTag(xml, offset);
   bool ok = false;
   if (tag == "<boolean>") {
     ok = readBoolean(xml, offset);
@@ -291,7 +279,7 @@ bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state)
   --state.depth;
   if (ok && !state.tooDeep) {
     // Skips whatever the type reader left: closing type tags, trailing text.
-    XmlRpcUtil::findTag(kValueEndTag, xml, offset);
+    detail::findTag(kValueEndTag, xml, offset);
     return true;
   }
   invalidate();
@@ -399,13 +387,13 @@ bool XmlRpcValue::readBase64(std::string_view xml, int* offset) {
 bool XmlRpcValue::readArray(std::string_view xml, int* offset, ReadState& state) {
   _value.asArray = new ValueArray();
   _type = TypeArray;
-  if (!XmlRpcUtil::nextTagIs(kDataTag, xml, offset)) return false;
+  if (!detail::nextTagIs(kDataTag, xml, offset)) return false;
   ValueArray& elements = *_value.asArray;
   XmlRpcValue element;
   // The first value that cannot be read ends the array.
   while (element.readValue(xml, offset, state)) elements.push_back(std::move(element));
   if (state.tooDeep) return false;
-  XmlRpcUtil::nextTagIs(kDataEndTag, xml, offset);
+  detail::nextTagIs(kDataEndTag, xml, offset);
   return true;
 }
 
@@ -413,7 +401,7 @@ bool XmlRpcValue::readStruct(std::string_view xml, int* offset, ReadState& state
   _value.asStruct = new ValueStruct();
   _type = TypeStruct;
   ValueStruct& members = *_value.asStruct;
-  while (XmlRpcUtil::nextTagIs(kMemberTag, xml, offset)) {
+  while (detail::nextTagIs(kMemberTag, xml, offset)) {
     // Names are taken raw, not entity-decoded, although the writer encodes
     // them; a missing name reads as the empty name.
     std::string_view name;
@@ -423,7 +411,7 @@ bool XmlRpcValue::readStruct(std::string_view xml, int* offset, ReadState& state
     // Members mostly arrive in name order, so the end is the likely place;
     // a name already present keeps its first value.
     members.try_emplace(members.end(), std::string(name), std::move(member));
-    XmlRpcUtil::nextTagIs(kMemberEndTag, xml, offset);
+    detail::nextTagIs(kMemberEndTag, xml, offset);
   }
   return true;
 }
