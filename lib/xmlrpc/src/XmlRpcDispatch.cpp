@@ -4,6 +4,7 @@
 
 #include <sys/select.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 
@@ -123,9 +124,16 @@ void XmlRpcDispatch::work(double timeout) {
     // Windows' select() refuses three empty sets, which ends work() instead
     // of sleeping forever on a list of sources that all wait for nothing.
     int nEvents = -1;
+    errno = 0;
     if (!(sets.read.empty() && sets.write.empty() && sets.except.empty())) {
       int nfds = (maxFd + 1 < FD_SETSIZE) ? maxFd + 1 : FD_SETSIZE;
       nEvents = ::select(nfds, sets.read.raw(), sets.write.raw(), sets.except.raw(), tvp);
+    }
+    if (nEvents < 0 && errno == EINTR) {
+      // A signal is no error: the caller gets control back at once to see
+      // what it asked for (a stop, most likely).
+      _inWork = false;
+      return;
     }
     if (nEvents < 0) {
       XmlRpcUtil::error("Error in XmlRpcDispatch::work: error in select (%d).", nEvents);

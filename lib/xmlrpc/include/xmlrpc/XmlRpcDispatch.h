@@ -35,7 +35,8 @@ class XmlRpcDispatch {
   // until no source remains (or select fails); otherwise it returns after
   // the first pass that ends more than `timeout` seconds after the start.
   // Every pass waits up to the full `timeout`, so a call can last up to
-  // about twice the budget.
+  // about twice the budget. A signal that interrupts the wait ends the call
+  // early, so that the caller can look at what the signal asked for.
   void work(double timeout);
 
   // Makes the current work() call return after the pass in progress.
