@@ -227,10 +227,10 @@ std::string constraint_db::to_compiled() const {
 
 constraint_db::constraint_db(const std::string& compiled) : flags_(0) {
   compiled_reader in(compiled);
-  const std::string_view magic = in.token();
-  const std::string_view version = in.token();
-  if (std::string(magic) + " " + std::string(version) != compiled_header)
-    in.fail("not a compiled constraint database");
+  const std::string_view header = compiled_header;
+  const std::string_view magic = header.substr(0, header.find(' '));
+  const std::string_view version = header.substr(header.find(' ') + 1);
+  if (in.token() != magic || in.token() != version) in.fail("not a compiled constraint database");
   if (in.token() != "struct") in.fail("expected the top-level struct");
   in.fill(*this, 0);
   in.expect_end();
