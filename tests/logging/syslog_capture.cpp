@@ -52,7 +52,7 @@ void send_record(int fd, char tag, const std::string& bytes) {
 
 // Sets up the namespace and binds /dev/log. Returns the socket, or -1 with
 // why filled in.
-int make_private_dev_log(const std::string& scratch, std::string& why) {
+int make_private_dev_log(const std::string& scratch, bool log_daemon, std::string& why) {
   const auto fail = [&why](const char* step) {
     why = std::string(step) + ": " + std::strerror(errno);
     return -1;
@@ -72,6 +72,15 @@ int make_private_dev_log(const std::string& scratch, std::string& why) {
     return fail("overlay on /dev");
   }
   ::unlink("/dev/log");  // a log daemon's socket of the host, hidden in the overlay only
+  if (!log_daemon) {
+    // A plain file: syslog(3) cannot connect to it and drops every message.
+    const int file = ::open("/dev/log", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (file < 0) return fail("plain /dev/log");
+    ::close(file);
+    const int unused = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (unused < 0) return fail("socket");
+    return unused;  // nothing will ever arrive on it
+  }
   const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return fail("socket");
   sockaddr_un address{};
@@ -85,7 +94,7 @@ int make_private_dev_log(const std::string& scratch, std::string& why) {
 
 }  // namespace
 
-syslog_capture capture_syslog(const std::function<void()>& action) {
+syslog_capture capture_syslog(const std::function<void()>& action, bool log_daemon) {
   syslog_capture result;
   if (::geteuid() != 0) {
     result.why_not = "capturing the system log needs root (a private mount namespace)";
@@ -103,7 +112,7 @@ syslog_capture capture_syslog(const std::function<void()>& action) {
   if (child == 0) {
     ::close(pipe_fds[0]);
     std::string why;
-    const int log_fd = make_private_dev_log(scratch, why);
+    const int log_fd = make_private_dev_log(scratch, log_daemon, why);
     if (log_fd < 0) {
       send_record(pipe_fds[1], tag_setup_failed, why);
       ::_exit(0);

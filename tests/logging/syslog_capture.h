@@ -24,8 +24,10 @@ struct syslog_capture {
 // Runs action in a forked child inside a private mount namespace where
 // /dev/log is a datagram socket bound by the child itself (an overlay over
 // /dev, so the host's /dev is untouched and other processes see nothing).
-// Returns what arrived. Needs root.
-syslog_capture capture_syslog(const std::function<void()>& action);
+// Returns what arrived. Needs root. With log_daemon false, /dev/log is a
+// plain file instead: every system log message fails to be sent, as when
+// no log daemon runs.
+syslog_capture capture_syslog(const std::function<void()>& action, bool log_daemon = true);
 
 // Splits a datagram into its priority number and the text after the
 // "source[pid]: " that syslog(3) puts first. source is what openlog got.

@@ -16,10 +16,16 @@
 #include <vxcore/configuration.h>
 #include <vxcore/constraint_db.h>
 #include <vxcore/report.h>
+#include <vxnet/vxp/command_db.h>
 #include <vxnet/vxp/packet.h>
+
+#include "vx_xmlrpc_method.h"
 
 namespace XmlRpc {
 class XmlRpcServer;
+}
+namespace vxcore {
+class file_rotation_logger;
 }
 
 namespace xmlrpcs {
@@ -71,6 +77,8 @@ class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
 
   const vxcore::configuration& get_configuration() const noexcept { return *config_; }
   XmlRpc::XmlRpcServer* get_xmlrpc_server() const noexcept { return xmlrpc_server_.get(); }
+  // The commands that may be sent; null before load_command_database.
+  const vxnet::vxp::command_db* get_command_db() const noexcept { return command_db_.get(); }
 
  private:
   // Sets up the file sink and the re-direction of the standard streams
@@ -96,7 +104,15 @@ class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
   vxcore::constraint_db command_constraints_;
   vxcapi::connection connection_;
   std::unique_ptr<XmlRpc::XmlRpcServer> xmlrpc_server_;
+  // Every method object register_methods made (method_table.cpp); the
+  // listener's registry points into this list.
+  std::list<vx_xmlrpc_method_ptr> methods_;
   vxnet::vxp::packet not_connected_reply_;
+  // Set by load_command_database (command_database.cpp).
+  vxnet::vxp::command_db_ptr command_db_;
+  // The rotating log file made by configure_logging; null until then. Not
+  // owned: a logger outlives its server (see report_routing.cpp).
+  vxcore::file_rotation_logger* file_logger_ = nullptr;
 };
 
 }  // namespace xmlrpcs

@@ -1,43 +1,24 @@
-// The server's report hook and its logging set-up.
+// The server's report hook and its logging set-up: both hand the server's
+// own configuration and file logger to the report routing.
+#include "report_routing.h"
 #include "xmlrpcserver.h"
-
-#include <cstdio>
-#include <cstring>
-
-#include <vxbase/ds.h>
-#include <vxbase/strings.h>
-#include <vxbase/time.h>
-#include <vxcore/ds.h>
 
 namespace xmlrpcs {
 
-namespace {
-constexpr const char* own_module = "XMLRPCServer";
-}  // namespace
-
-void xmlrpcserver::report(const char* file, std::uint32_t line, const char* module, vxcore::kind k,
-                          vxbase::severity severity, const char* message) {
-  if (message) {
-    const std::string word = vxbase::capitalized(vxbase::cstr_with_severity(severity));
-    const std::string shown = std::strcmp(module, own_module) == 0
-                                  ? std::string(own_module)
-                                  : vxbase::string_with_format("%s[%s]", own_module, module);
-    const std::string header = vxbase::string_with_format("%s %s %s %s", "Corvane", shown.c_str(),
-                                                          vxcore::cstr_with_kind(k), word.c_str());
-    std::FILE* stream = severity <= vxbase::sev_warning ? stderr : stdout;
-    if (vxcore::ds::enabled(own_module)) {
-      const std::string stamp = vxbase::time_string(vxbase::time_in_seconds());
-      std::fprintf(stream, "%s <%s> %s\n", stamp.c_str(), header.c_str(), message);
-      std::fflush(stream);
-    }
-    // The system log and the rotating file arrive with logging.
-  }
-  if (severity == vxbase::sev_fatal) vxbase::ds::abort(file, line, "Aborting due to fatal report");
+// Every report of the process while this server is the reporter: console,
+// system log, rotating file, then the fatal check (see route_report).
+void xmlrpcserver::report(const char *file, std::uint32_t line,
+                          const char *module, vxcore::kind k,
+                          vxbase::severity severity, const char *message) {
+  route_report(*config_, file_logger_, file, line, module, k, severity,
+               message);
 }
 
+// Makes the rotating file when logging{log-to-file} is on (replacing an
+// earlier one) and re-directs the standard streams when asked, once per
+// process. Throws when the log directory cannot be created.
 void xmlrpcserver::configure_logging() {
-  // The rotating file sink and the re-direction of the standard streams
-  // arrive with logging; until then reports reach the console only.
+  file_logger_ = set_up_logging(*config_, file_logger_);
 }
 
-}  // namespace xmlrpcs
+} // namespace xmlrpcs
