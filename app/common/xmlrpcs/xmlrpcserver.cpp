@@ -71,11 +71,6 @@ xmlrpcserver::~xmlrpcserver() {
   // and the configuration.
 }
 
-void xmlrpcserver::load_command_database(bool use_constraint_files) {
-  // Arrives with the command database loader.
-  (void)use_constraint_files;
-}
-
 void xmlrpcserver::start_listening(int port) {
   xmlrpc_server_.reset();
   xmlrpc_server_ = std::make_unique<XmlRpc::XmlRpcServer>();
@@ -84,10 +79,6 @@ void xmlrpcserver::start_listening(int port) {
   // listening.
   xmlrpc_server_->bindAndListen(port, listen_backlog);
   register_methods();
-}
-
-void xmlrpcserver::register_methods() {
-  // Arrives with the method table.
 }
 
 void xmlrpcserver::publish(int port) {
