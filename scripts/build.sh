@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Configures and builds one configuration of the project.
-#   scripts/build.sh [release|asan|fuzz]   (default: release)
+#   scripts/build.sh [release|asan|fuzz] [TARGET...]   (default: release, all targets)
 # release -> build/        the program, tools, tests and benchmarks
 # asan    -> build-asan/   everything with AddressSanitizer + UBSan
 # fuzz    -> build-fuzz/   the libFuzzer targets, built with clang
@@ -8,15 +8,21 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 config=${1:-release}
+shift || true
+targets=("$@")
 jobs=${XMLRPCS_JOBS:-$(nproc)}
 case "$config" in
   release) dir=build;      args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo) ;;
   asan)    dir=build-asan; args=(-DCMAKE_BUILD_TYPE=Debug -DXMLRPCS_SANITIZE=ON -DXMLRPCS_BUILD_BENCH=OFF) ;;
   fuzz)    dir=build-fuzz; args=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
                                  -DXMLRPCS_BUILD_FUZZ=ON -DXMLRPCS_BUILD_TESTS=OFF -DXMLRPCS_BUILD_BENCH=OFF) ;;
-  *) echo "usage: $0 [release|asan|fuzz]" >&2; exit 2 ;;
+  *) echo "usage: $0 [release|asan|fuzz] [TARGET...]" >&2; exit 2 ;;
 esac
 
 cmake -S . -B "$dir" -G Ninja "${args[@]}" >/dev/null
-cmake --build "$dir" -j "$jobs"
+if ((${#targets[@]})); then
+  cmake --build "$dir" -j "$jobs" --target "${targets[@]}"
+else
+  cmake --build "$dir" -j "$jobs"
+fi
 echo "build: $config configuration in $dir/"

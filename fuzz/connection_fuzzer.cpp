@@ -1,0 +1,100 @@
+// Fuzz target: arbitrary bytes as a client would send them over one
+// connection, through header parsing, body collection, the call envelope,
+// value parsing, method execution and response writing.
+//
+// Input layout: byte 0 picks how the rest is cut into reads (0: one read),
+// byte 1 how much one write pass may send (0: everything); the remaining
+// bytes are the client's stream, after which the client closes.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "memory_connection.h"
+#include "xmlrpc/XmlRpcDispatch.h"
+#include "xmlrpc/XmlRpcException.h"
+#include "xmlrpc/XmlRpcServer.h"
+#include "xmlrpc/XmlRpcServerMethod.h"
+#include "xmlrpc/XmlRpcUtil.h"
+#include "xmlrpc/XmlRpcValue.h"
+
+using namespace XmlRpc;
+
+namespace {
+
+// Write passes tried per response before the input counts as a hang: a
+// response is at most a few megabytes and every pass sends at least a byte
+// per unit of the write limit, so a healthy connection never gets close.
+constexpr int kMaxWritePasses = 1 << 20;
+
+class QuietErrors : public XmlRpcErrorHandler {
+ public:
+  void error(const char*) override {}
+};
+
+class Echo : public XmlRpcServerMethod {
+ public:
+  explicit Echo(XmlRpcServer* s) : XmlRpcServerMethod("echo", s) {}
+  void execute(XmlRpcValue& params, XmlRpcValue& result) override { result = params; }
+};
+
+// Reads its parameters with the typed accessors, as real methods do, so
+// type errors from arbitrary input are exercised too.
+class Fault : public XmlRpcServerMethod {
+ public:
+  explicit Fault(XmlRpcServer* s) : XmlRpcServerMethod("fault", s) {}
+  void execute(XmlRpcValue& params, XmlRpcValue&) override {
+    throw XmlRpcException(params[1], params[0]);
+  }
+};
+
+class NoResult : public XmlRpcServerMethod {
+ public:
+  explicit NoResult(XmlRpcServer* s) : XmlRpcServerMethod("noResult", s) {}
+  void execute(XmlRpcValue&, XmlRpcValue&) override {}
+};
+
+struct Fixture {
+  QuietErrors quiet;
+  XmlRpcServer server;
+  Echo echo{&server};
+  Fault fault{&server};
+  NoResult noResult{&server};
+  Fixture() {
+    XmlRpcErrorHandler::setErrorHandler(&quiet);
+    server.enableIntrospection(true);
+  }
+};
+
+// Runs write passes until the response is out; false when the connection
+// asks to be closed.
+bool drainWrites(XmlRpcTest::MemoryConnection& conn, unsigned mask) {
+  for (int i = 0; mask == XmlRpcDispatch::WritableEvent; ++i) {
+    if (i == kMaxWritePasses) __builtin_trap();  // a response that never completes
+    mask = conn.handleEvent(XmlRpcDispatch::WritableEvent);
+  }
+  conn.clearOutput();
+  return mask != 0;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static Fixture* fixture = new Fixture;  // lives for the whole run
+  if (size < 2) return 0;
+  const size_t chunk = data[0] == 0 ? size : data[0];
+  const int writeLimit = data[1] == 0 ? -1 : data[1];
+  const std::string stream(reinterpret_cast<const char*>(data) + 2, size - 2);
+
+  XmlRpcTest::MemoryConnection conn(&fixture->server);
+  conn.setWriteLimit(writeLimit);
+  bool open = true;
+  for (size_t pos = 0; open && pos < stream.size(); pos += chunk) {
+    conn.feed(stream.substr(pos, chunk));
+    open = drainWrites(conn, conn.event());
+  }
+  if (open) {
+    conn.feed("", true);  // the client closes
+    drainWrites(conn, conn.event());
+  }
+  return 0;
+}
