@@ -16,6 +16,7 @@
 #include <vxcore/configuration.h>
 #include <vxcore/constraint_db.h>
 #include <vxcore/report.h>
+#include <vxnet/service.h>
 #include <vxnet/vxp/command_db.h>
 #include <vxnet/vxp/packet.h>
 
@@ -103,6 +104,10 @@ class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
   vxbase::egg_clock shutdown_clock_;
   vxcore::constraint_db command_constraints_;
   vxcapi::connection connection_;
+  // The DNS-SD announcement of the listener (publish); none until published.
+  std::unique_ptr<vxnet::service> service_;
+  // Passed to the publication: the server announces no TXT entries.
+  const vxnet::txt_record* txt_record_ = nullptr;
   std::unique_ptr<XmlRpc::XmlRpcServer> xmlrpc_server_;
   // Every method object register_methods made (method_table.cpp); the
   // listener's registry points into this list.
