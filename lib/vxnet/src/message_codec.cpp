@@ -59,8 +59,8 @@ message make_notice(packet body) {
 
 std::string encode_message(const message& m) {
   std::string out;
-  detail::string_stream stream{&out};
-  detail::packer pk(stream);
+  detail::writer w(out);
+  auto& pk = w.pk();
   if (m.kind == message_kind::hello) {
     pk.pack_array(hello_fields);
     pk.pack_uint32(static_cast<std::uint32_t>(m.kind));
@@ -78,7 +78,7 @@ std::string encode_message(const message& m) {
   const std::string& command = m.body.get_command();
   pk.pack_str(static_cast<std::uint32_t>(command.size()));
   pk.pack_str_body(command.data(), static_cast<std::uint32_t>(command.size()));
-  detail::pack_property(pk, &m.body.get_properties());
+  detail::pack_property(w, &m.body.get_properties());
   return out;
 }
 

@@ -18,12 +18,25 @@ struct string_stream {
   void write(const char* data, std::size_t size) { out->append(data, size); }
 };
 
-using packer = msgpack::packer<string_stream>;
+// Appends msgpack to a string. Reals go through float64(), which always
+// writes a float64: msgpack-cxx's pack_double writes integral doubles as
+// integers, which would lose the kind and the sign of -0.0.
+class writer {
+ public:
+  explicit writer(std::string& out) : out_(out), stream_{&out}, pk_(stream_) {}
+  msgpack::packer<string_stream>& pk() noexcept { return pk_; }
+  void float64(double value);
+
+ private:
+  std::string& out_;
+  string_stream stream_;
+  msgpack::packer<string_stream> pk_;
+};
 
 // Packs value (null allowed). Throws protocol_error when the tree nests
 // deeper than max_property_depth, so that nothing the peer would refuse is
 // ever sent.
-void pack_property(packer& pk, const vxcore::property* value, std::size_t depth = 0);
+void pack_property(writer& w, const vxcore::property* value, std::size_t depth = 0);
 
 // Builds the property a msgpack object stands for. Throws protocol_error
 // when the object is not a well-formed property encoding.

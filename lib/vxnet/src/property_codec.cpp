@@ -3,6 +3,7 @@
 #include "msgpack_codec.h"
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -19,12 +20,12 @@ using vxcore::property;
   throw protocol_error("bad property encoding: " + what);
 }
 
-void pack_text(packer& pk, const std::string& text) {
+void pack_text(msgpack::packer<string_stream>& pk, const std::string& text) {
   pk.pack_str(static_cast<std::uint32_t>(text.size()));
   pk.pack_str_body(text.data(), static_cast<std::uint32_t>(text.size()));
 }
 
-void pack_bytes(packer& pk, const std::uint8_t* data, std::size_t size) {
+void pack_bytes(msgpack::packer<string_stream>& pk, const std::uint8_t* data, std::size_t size) {
   pk.pack_bin(static_cast<std::uint32_t>(size));
   pk.pack_bin_body(reinterpret_cast<const char*>(data), static_cast<std::uint32_t>(size));
 }
@@ -63,7 +64,16 @@ void expect_size(const msgpack::object_array& a, std::uint32_t size, const char*
 
 }  // namespace
 
-void pack_property(packer& pk, const property* value, std::size_t depth) {
+void writer::float64(double value) {
+  std::uint64_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  char buf[9] = {static_cast<char>(0xcb)};
+  for (int i = 0; i < 8; ++i) buf[1 + i] = static_cast<char>(bits >> (56 - 8 * i));
+  out_.append(buf, sizeof buf);
+}
+
+void pack_property(writer& w, const property* value, std::size_t depth) {
+  auto& pk = w.pk();
   if (value == nullptr) {
     pk.pack_nil();
     return;
@@ -107,13 +117,13 @@ void pack_property(packer& pk, const property* value, std::size_t depth) {
       return;
     case vxcore::kind_real:
       pk.pack_array(2).pack(static_cast<int>(kind));
-      pk.pack_double(static_cast<const vxcore::property_real*>(value)->value());
+      w.float64(static_cast<const vxcore::property_real*>(value)->value());
       return;
     case vxcore::kind_list: {
       const auto* l = static_cast<const vxcore::property_list*>(value);
       pk.pack_array(2).pack(static_cast<int>(kind));
       pk.pack_array(static_cast<std::uint32_t>(l->size()));
-      for (const auto& item : *l) pack_property(pk, item.get(), depth + 1);
+      for (const auto& item : *l) pack_property(w, item.get(), depth + 1);
       return;
     }
     case vxcore::kind_properties: {
@@ -123,7 +133,7 @@ void pack_property(packer& pk, const property* value, std::size_t depth) {
       pk.pack_map(static_cast<std::uint32_t>(m->size()));
       for (const auto& [key, item] : *m) {
         pack_text(pk, key);
-        pack_property(pk, item.get(), depth + 1);
+        pack_property(w, item.get(), depth + 1);
       }
       return;
     }
@@ -248,9 +258,8 @@ msgpack::object_handle parse_object(std::string_view bytes) {
 
 std::string encode_property(const vxcore::property_ptr& value) {
   std::string out;
-  detail::string_stream stream{&out};
-  detail::packer pk(stream);
-  detail::pack_property(pk, value.get());
+  detail::writer w(out);
+  detail::pack_property(w, value.get());
   return out;
 }
 
