@@ -1,0 +1,433 @@
+// The proxy connection against ClientProxySim and against a scripted fake
+// proxy: the hello, round trips, time-outs, lost links, misbehaving peers
+// and the proxy's own packets.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <vxcapi/connection.h>
+#include <vxcore/property_all.h>
+
+#include "fake_proxy.h"
+#include "sim_process.h"
+#include "vxp_sample_tree.h"
+
+namespace {
+
+using vxbase::make_refcount;
+using vxcapi::connection;
+using vxnet::vxp::packet;
+
+// Every call the connection makes on its handler, in order.
+class recording_handler : public vxcapi::handler {
+ public:
+  struct status_call {
+    vxcapi::result_code code;
+    std::string text;
+    bool connected;
+  };
+  bool status(vxcapi::result_code code, const std::string& text, bool connected) override {
+    statuses.push_back({code, text, connected});
+    return accept_links;
+  }
+  void disconnected(const std::string& reason, bool error) override {
+    disconnects.emplace_back(reason, error);
+  }
+  bool handle(const packet& in, packet& out) override {
+    handled.push_back(in);
+    if (in.get_command() != "proxy.ask") return false;
+    out.set_property("answer", make_refcount<vxcore::property_int>(42));
+    return true;
+  }
+
+  bool accept_links = true;
+  std::vector<status_call> statuses;
+  std::vector<std::pair<std::string, bool>> disconnects;
+  std::vector<packet> handled;
+};
+
+// Gives the connection turns until cond holds or a few seconds pass.
+bool pump_until(connection& c, const std::function<bool()>& cond) {
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!cond()) {
+    if (std::chrono::steady_clock::now() > give_up) return false;
+    c.wait(1);
+  }
+  return true;
+}
+
+std::string error_of(const packet& p) {
+  const auto e = p.get_property("error");
+  return e ? e->to_string() : std::string();
+}
+
+packet echo_with(std::int64_t n) {
+  packet p(vxnet::vxp::type_command, "proxy.sim.echo");
+  p.set_property("n", make_refcount<vxcore::property_int>(n));
+  return p;
+}
+
+std::int64_t n_of(const packet& p) {
+  const auto n = p.get_property("n");
+  if (!n || n->get_kind() != vxcore::kind_int) return -1;
+  return static_cast<const vxcore::property_int&>(*n).value();
+}
+
+TEST(ProxyLink, ConnectsAndExchangesHello) {
+  sim_process sim;
+  recording_handler h;
+  connection c(&h);
+  EXPECT_FALSE(c.is_connected());
+  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_TRUE(c.is_connected());
+  EXPECT_EQ(c.peer_name(), "ClientProxySim");
+  EXPECT_EQ(c.peer_version(), vxnet::vxp::protocol_version);
+  ASSERT_EQ(h.statuses.size(), 1u);
+  EXPECT_EQ(h.statuses[0].code, vxcapi::rc_connected);
+  EXPECT_TRUE(h.statuses[0].connected);
+  // A second connect on a live link keeps it.
+  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_TRUE(c.is_connected());
+}
+
+TEST(ProxyLink, WrongProtocolVersionIsResultTwo) {
+  sim_process sim({"--protocol", "99"});
+  recording_handler h;
+  connection c(&h);
+  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_wrong_protocol);
+  EXPECT_EQ(vxcapi::rc_wrong_protocol, 2);
+  EXPECT_FALSE(c.is_connected());
+  EXPECT_EQ(c.peer_version(), 99u);
+  ASSERT_EQ(h.statuses.size(), 1u);
+  EXPECT_FALSE(h.statuses[0].connected);
+  EXPECT_NE(h.statuses[0].text.find("99"), std::string::npos) << h.statuses[0].text;
+}
+
+TEST(ProxyLink, NothingListeningFails) {
+  recording_handler h;
+  connection c(&h);
+  const auto rc = c.connect("127.0.0.1", std::to_string(unused_port()), 2);
+  EXPECT_EQ(rc, vxcapi::rc_unreachable);
+  EXPECT_FALSE(c.is_connected());
+  ASSERT_EQ(h.statuses.size(), 1u);
+  EXPECT_EQ(h.statuses[0].code, rc);
+  EXPECT_FALSE(h.statuses[0].connected);
+  EXPECT_TRUE(h.disconnects.empty());
+}
+
+TEST(ProxyLink, SilentPeerGivesTimeOut) {
+  fake_proxy fake([](fake_peer& peer) {
+    peer.read_message();  // the hello, never answered
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  EXPECT_EQ(c.connect("127.0.0.1", fake.port_text(), 1), vxcapi::rc_timed_out);
+  EXPECT_FALSE(c.is_connected());
+}
+
+TEST(ProxyLink, UnresolvablePortIsBadAddress) {
+  recording_handler h;
+  connection c(&h);
+  EXPECT_EQ(c.connect("127.0.0.1", "no-such-service-name", 1), vxcapi::rc_bad_address);
+  EXPECT_FALSE(c.is_connected());
+}
+
+TEST(ProxyLink, DeclinedByTheHandler) {
+  sim_process sim;
+  recording_handler h;
+  h.accept_links = false;
+  connection c(&h);
+  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_declined);
+  EXPECT_FALSE(c.is_connected());
+}
+
+TEST(ProxyLink, VersionRoundTrip) {
+  sim_process sim;
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  const packet reply = c.send_sync(packet(vxnet::vxp::type_command, "proxy.general.version"), 5);
+  EXPECT_EQ(reply.get_type(), vxnet::vxp::type_reply);
+  EXPECT_EQ(reply.get_command(), "proxy.general.version");
+  EXPECT_FALSE(reply.get_properties().is_present("error")) << error_of(reply);
+  const auto version = reply.get_property("version");
+  ASSERT_TRUE(version);
+  EXPECT_EQ(version->get_kind(), vxcore::kind_version);
+  EXPECT_EQ(version->to_string(), "7.0.0.0");
+  ASSERT_TRUE(reply.get_property("product"));
+  EXPECT_EQ(reply.get_property("product")->get_kind(), vxcore::kind_string);
+  const auto protocol = reply.get_property("protocol");
+  ASSERT_TRUE(protocol);
+  EXPECT_EQ(protocol->to_string(), std::to_string(vxnet::vxp::protocol_version));
+}
+
+TEST(ProxyLink, EchoCarriesEveryKindBothWays) {
+  sim_process sim;
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  const packet request(vxnet::vxp::type_command, "proxy.sim.echo", *vxp_samples::every_kind());
+  const packet reply = c.send_sync(request, 5);
+  EXPECT_TRUE(reply.get_properties().equals(request.get_properties()))
+      << reply.get_properties().to_string();
+}
+
+TEST(ProxyLink, UnknownCommandGetsErrorMember) {
+  sim_process sim;
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  const packet reply = c.send_sync(packet(vxnet::vxp::type_command, "proxy.no.such"), 5);
+  EXPECT_NE(error_of(reply).find("proxy.no.such"), std::string::npos) << error_of(reply);
+  EXPECT_TRUE(c.is_connected());
+}
+
+TEST(ProxyLink, SendWithoutLinkSaysNotConnected) {
+  recording_handler h;
+  connection c(&h);
+  const packet reply = c.send_sync(packet(vxnet::vxp::type_command, "proxy.general.version"), 5);
+  EXPECT_EQ(error_of(reply), vxcapi::error_not_connected);
+  EXPECT_EQ(reply.get_type(), vxnet::vxp::type_reply);
+  EXPECT_EQ(reply.get_command(), "proxy.general.version");
+}
+
+TEST(ProxyLink, TimeOutKeepsTheLinkAndDropsTheLateReply) {
+  sim_process sim({"--delay-ms", "1300"});
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  const packet late = c.send_sync(echo_with(1), 1);
+  EXPECT_EQ(error_of(late), vxcapi::error_timed_out);
+  EXPECT_EQ(late.get_command(), "proxy.sim.echo");
+  EXPECT_TRUE(c.is_connected());
+  // The reply to the first call arrives during this one and must not be
+  // taken for its answer.
+  const packet next = c.send_sync(echo_with(2), 5);
+  EXPECT_EQ(error_of(next), "");
+  EXPECT_EQ(n_of(next), 2);
+  EXPECT_TRUE(c.is_connected());
+  EXPECT_TRUE(h.disconnects.empty());
+}
+
+TEST(ProxyLink, DroppedLinkGivesLostErrorAndCanBeRemade) {
+  sim_process sim({"--drop-after", "1"});
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(n_of(c.send_sync(echo_with(1), 5)), 1);
+  const packet lost = c.send_sync(echo_with(2), 5);
+  EXPECT_EQ(error_of(lost), vxcapi::error_lost);
+  EXPECT_FALSE(c.is_connected());
+  ASSERT_EQ(h.disconnects.size(), 1u);
+  EXPECT_FALSE(h.disconnects[0].second);  // the proxy closed it in order
+  EXPECT_EQ(error_of(c.send_sync(echo_with(3), 5)), vxcapi::error_not_connected);
+  // The object makes a fresh link.
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(n_of(c.send_sync(echo_with(4), 5)), 4);
+}
+
+TEST(ProxyLink, GarbageInsteadOfHelloIsNotAPeer) {
+  fake_proxy fake([](fake_peer& peer) {
+    peer.read_message();
+    peer.send_raw("HTTP/1.0 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  EXPECT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_bad_peer);
+  EXPECT_FALSE(c.is_connected());
+}
+
+TEST(ProxyLink, PacketBeforeHelloIsNotAPeer) {
+  fake_proxy fake([](fake_peer& peer) {
+    peer.read_message();
+    peer.send(vxnet::vxp::make_notice(packet(vxnet::vxp::type_notice, "early")));
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  EXPECT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_bad_peer);
+}
+
+// The fake proxy answers the hello, then misbehaves with bytes; the link is
+// dropped as a protocol error and the process goes on.
+void expect_dropped_for(const std::string& junk, const std::string& reason_part) {
+  std::atomic<bool> closed{false};
+  {
+    fake_proxy fake([&](fake_peer& peer) {
+      if (!peer.do_hello()) return;
+      peer.send_raw(junk);
+      closed = peer.sees_close();
+    });
+    recording_handler h;
+    connection c(&h);
+    ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+    EXPECT_TRUE(pump_until(c, [&] { return !c.is_connected(); }));
+    ASSERT_EQ(h.disconnects.size(), 1u);
+    EXPECT_TRUE(h.disconnects[0].second);
+    EXPECT_NE(h.disconnects[0].first.find(reason_part), std::string::npos)
+        << h.disconnects[0].first;
+    EXPECT_EQ(error_of(c.send_sync(echo_with(1), 1)), vxcapi::error_not_connected);
+  }
+  EXPECT_TRUE(closed) << "the client did not close the link";
+}
+
+TEST(ProxyLink, GarbageOnALiveLinkDropsIt) {
+  expect_dropped_for(std::string("\0\0\0\x05\xc1junk", 9), "protocol error");
+}
+
+TEST(ProxyLink, OversizedFrameDropsTheLink) {
+  expect_dropped_for("\xff\xff\xff\xff", "exceeds the limit");
+}
+
+TEST(ProxyLink, ReplyToUnknownRequestDropsTheLink) {
+  std::string frame;
+  vxnet::vxp::append_frame(frame,
+                           vxnet::vxp::make_reply(424242, packet(vxnet::vxp::type_reply, "x")));
+  expect_dropped_for(frame, "unknown request 424242");
+}
+
+TEST(ProxyLink, SecondHelloDropsTheLink) {
+  std::string frame;
+  vxnet::vxp::append_frame(frame, vxnet::vxp::make_hello("again"));
+  expect_dropped_for(frame, "hello");
+}
+
+TEST(ProxyLink, GarbageDuringACallGivesLostError) {
+  fake_proxy fake([](fake_peer& peer) {
+    if (!peer.do_hello()) return;
+    peer.read_message();
+    peer.send_raw("this is not vxp at all");
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(error_of(c.send_sync(echo_with(1), 5)), vxcapi::error_lost);
+  EXPECT_FALSE(c.is_connected());
+  EXPECT_EQ(h.disconnects.size(), 1u);
+}
+
+TEST(ProxyLink, NoticeDuringACallReachesHandle) {
+  sim_process sim;
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  packet request(vxnet::vxp::type_command, "proxy.sim.notify");
+  request.set_property("x", make_refcount<vxcore::property_string>("y"));
+  const packet reply = c.send_sync(request, 5);
+  EXPECT_EQ(error_of(reply), "");
+  ASSERT_EQ(h.handled.size(), 1u);
+  EXPECT_EQ(h.handled[0].get_type(), vxnet::vxp::type_notice);
+  EXPECT_EQ(h.handled[0].get_command(), "proxy.sim.event");
+  EXPECT_TRUE(h.handled[0].get_properties().equals(request.get_properties()));
+}
+
+TEST(ProxyLink, NoticeBetweenCallsReachesHandleOnWait) {
+  fake_proxy fake([](fake_peer& peer) {
+    if (!peer.do_hello()) return;
+    packet notice(vxnet::vxp::type_notice, "proxy.event.job");
+    notice.set_property("job", make_refcount<vxcore::property_int>(7));
+    peer.send(vxnet::vxp::make_notice(notice));
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_TRUE(pump_until(c, [&] { return !h.handled.empty(); }));
+  ASSERT_EQ(h.handled.size(), 1u);
+  EXPECT_EQ(h.handled[0].get_command(), "proxy.event.job");
+  EXPECT_EQ(h.handled[0].get_property("job")->to_string(), "7");
+  EXPECT_TRUE(c.is_connected());
+}
+
+TEST(ProxyLink, NoticeRightBehindTheHelloIsHandled) {
+  fake_proxy fake([](fake_peer& peer) {
+    if (!peer.read_message()) return;
+    std::string both;
+    vxnet::vxp::append_frame(both, vxnet::vxp::make_hello("fake"));
+    vxnet::vxp::append_frame(both,
+                             vxnet::vxp::make_notice(packet(vxnet::vxp::type_notice, "first")));
+    peer.send_raw(both);
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  // Handled within connect, not left waiting for more input.
+  ASSERT_EQ(h.handled.size(), 1u);
+  EXPECT_EQ(h.handled[0].get_command(), "first");
+}
+
+TEST(ProxyLink, RequestFromTheProxyIsAnsweredByTheHandler) {
+  std::atomic<std::int64_t> answer{-1};
+  std::atomic<bool> refused{false};
+  {
+    fake_proxy fake([&](fake_peer& peer) {
+      if (!peer.do_hello()) return;
+      peer.send(vxnet::vxp::make_request(7, packet(vxnet::vxp::type_command, "proxy.ask")));
+      auto m = peer.read_message();
+      if (m && m->kind == vxnet::vxp::message_kind::reply && m->id == 7) {
+        const auto a = m->body.get_property("answer");
+        if (a && a->get_kind() == vxcore::kind_int)
+          answer = static_cast<const vxcore::property_int&>(*a).value();
+      }
+      peer.send(vxnet::vxp::make_request(8, packet(vxnet::vxp::type_command, "proxy.other")));
+      m = peer.read_message();
+      refused = m && m->id == 8 && m->body.get_properties().is_present("error");
+      peer.send(vxnet::vxp::make_notice(packet(vxnet::vxp::type_notice, "done")));
+      peer.sees_close();
+    });
+    recording_handler h;
+    connection c(&h);
+    ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+    EXPECT_TRUE(pump_until(c, [&] { return h.handled.size() >= 3; }));
+  }
+  EXPECT_EQ(answer, 42);
+  EXPECT_TRUE(refused);
+}
+
+TEST(ProxyLink, SeveralClientsAtOnce) {
+  sim_process sim;
+  recording_handler h1, h2, h3;
+  connection a(&h1), b(&h2), c(&h3);
+  ASSERT_EQ(a.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(b.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(n_of(a.send_sync(echo_with(i), 5)), i);
+    EXPECT_EQ(n_of(b.send_sync(echo_with(100 + i), 5)), 100 + i);
+    EXPECT_EQ(n_of(c.send_sync(echo_with(200 + i), 5)), 200 + i);
+  }
+}
+
+TEST(ClientProxySim, StopsCleanlyOnSigtermAndSigint) {
+  for (int sig : {SIGTERM, SIGINT}) {
+    sim_process sim;
+    recording_handler h;
+    connection c(&h);
+    ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+    const int status = sim.stop(sig);
+    ASSERT_TRUE(WIFEXITED(status)) << "signal " << sig;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_NE(sim.rest_of_output().find("ClientProxySim stopped"), std::string::npos);
+    // The client sees the link end.
+    EXPECT_TRUE(pump_until(c, [&] { return !c.is_connected(); }));
+  }
+}
+
+TEST(ClientProxySim, ListeningLineNamesPortAndProtocol) {
+  sim_process sim({"--protocol", "5"});
+  EXPECT_EQ(sim.listening_line(),
+            "ClientProxySim listening on 127.0.0.1:" + sim.port_text() + " (protocol 5)");
+}
+
+}  // namespace
