@@ -19,6 +19,8 @@ namespace {
 constexpr const char* location = "app/common/xmlrpcs/xmlrpcserver";
 constexpr const char* module = "XMLRPCServer";
 constexpr const char* not_connected_text = "not connected to client proxy";
+// The DNS-SD service type the listener is announced as.
+const std::string service_type = "_corvane-xmlrpc._tcp";
 // How long one turn lets the proxy link do its pending input and output.
 constexpr unsigned proxy_io_wait = 1;
 // A turn's dispatch time with a listener, and its sleep without one.
@@ -66,6 +68,8 @@ xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint
 xmlrpcserver::~xmlrpcserver() {
   vxcore::set_reporter(nullptr);
   xmlrpc_server_.reset();
+  // Withdraws the announcement, right after the listener has closed.
+  service_.reset();
   // The remaining members go in reverse order of declaration: the
   // not-connected reply, the proxy link, the command constraints, the path
   // and the configuration.
@@ -82,8 +86,11 @@ void xmlrpcserver::start_listening(int port) {
 }
 
 void xmlrpcserver::publish(int port) {
-  // Arrives with the service publication.
-  (void)port;
+  // The schema allows ports above 65535: the announcement takes the low 16
+  // bits. The outcome is neither checked nor reported; a failed publication
+  // leaves the server running unannounced.
+  service_ = std::make_unique<vxnet::service>(service_type, static_cast<std::uint16_t>(port),
+                                              txt_record_, nullptr, nullptr, nullptr);
 }
 
 void xmlrpcserver::write_back_configuration() {
