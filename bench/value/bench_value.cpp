@@ -82,6 +82,23 @@ void BM_CopyCallPayload(benchmark::State& state) {
 }
 BENCHMARK(BM_CopyCallPayload);
 
+// Values that lack their closing tags: every value's search for "</value>"
+// fails. The reader must stay linear in the text here; the complexity fit
+// (reported as BigO) shows it.
+void BM_FromXml_UnclosedValues(benchmark::State& state) {
+  std::string xml = "<value><array><data>";
+  for (int64_t i = 0; i < state.range(0); ++i) xml += "<value><i4>1";
+  for (auto _ : state) {
+    XmlRpcValue value;
+    int offset = 0;
+    value.fromXml(xml, &offset);
+    benchmark::DoNotOptimize(value);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * xml.size()));
+  state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_FromXml_UnclosedValues)->RangeMultiplier(4)->Range(1 << 10, 1 << 16)->Complexity();
+
 }  // namespace
 
 int main(int argc, char** argv) {

@@ -103,3 +103,39 @@ TEST(XmlRpcReaderLimits, TheLimitAppliesPerReadNotPerText) {
   offset = 0;
   EXPECT_TRUE(again.fromXml(nestedArrays(XmlRpcValue::kMaxNestingDepth - 1), &offset));
 }
+
+TEST(XmlRpcReaderLimits, ValuesMissingTheirClosingTagsAreReadOneAfterAnother) {
+  std::string xml = "<value><array><data>";
+  for (int i = 0; i < 1000; ++i) xml += "<value><i4>" + std::to_string(i);
+  XmlRpcValue v;
+  int offset = 0;
+  ASSERT_TRUE(v.fromXml(xml, &offset));
+  ASSERT_EQ(v.size(), 1000);
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(v[i], XmlRpcValue(i)) << i;
+  EXPECT_EQ(offset, static_cast<int>(xml.size()));
+}
+
+TEST(XmlRpcReaderLimits, MembersWithoutNamesShareTheEmptyName) {
+  std::string xml = "<value><struct>";
+  for (int i = 0; i < 1000; ++i)
+    xml += "<member><value><i4>" + std::to_string(i) + "</i4></value></member>";
+  xml += "</struct></value>";
+  XmlRpcValue v;
+  int offset = 0;
+  ASSERT_TRUE(v.fromXml(xml, &offset));
+  EXPECT_EQ(v.size(), 1);
+  EXPECT_EQ(v[""], XmlRpcValue(0));
+  EXPECT_EQ(offset, static_cast<int>(xml.size()));
+}
+
+TEST(XmlRpcReaderLimits, ANameFoundFarAheadIsTakenByTheFirstMemberOnly) {
+  // The first member's name search skips over the second member entirely.
+  const std::string xml =
+      "<value><struct><member><value><i4>1</i4></value></member>"
+      "<member><name>late</name><value><i4>2</i4></value></member></struct></value>";
+  XmlRpcValue v;
+  int offset = 0;
+  ASSERT_TRUE(v.fromXml(xml, &offset));
+  EXPECT_EQ(v.size(), 1);
+  EXPECT_EQ(v["late"], XmlRpcValue(2));
+}

@@ -107,29 +107,70 @@ bool textUpToTag(std::string_view xml, std::size_t pos, std::string_view& text) 
   return true;
 }
 
-// parseTag for a known pair of tags, without building the closing tag.
-bool parseTagView(std::string_view open, std::string_view close, std::string_view xml, int* offset,
-                  std::string_view& inner) {
+// A forward search for one tag that remembers its last answer. Searching
+// again from any offset between the last start and the place found gives
+// the same place, so a tag that is missing (or far ahead) costs one scan of
+// the text per read, not one per value: without this, a long array whose
+// values lack "</value>", or a struct whose members lack "<name>", takes
+// time quadratic in its length.
+class TagFinder {
+ public:
+  explicit TagFinder(std::string_view tag) : _tag(tag) {}
+
+  std::string_view tag() const { return _tag; }
+
+  // The position of the first occurrence at or after `from`, or npos.
+  std::size_t find(std::string_view xml, std::size_t from) {
+    // npos is the largest size_t, so a failed search covers every later start.
+    if (_searched && from >= _from && from <= _found) return _found;
+    _searched = true;
+    _from = from;
+    _found = xml.find(_tag, from);
+    return _found;
+  }
+
+ private:
+  std::string_view _tag;
+  bool _searched = false;
+  std::size_t _from = 0;
+  std::size_t _found = std::string_view::npos;
+};
+
+// findTag through a finder: moves *offset just past the tag if found.
+bool findTag(TagFinder& finder, std::string_view xml, int* offset) {
   if (!detail::offsetInside(xml, offset)) return false;
-  std::size_t start = xml.find(open, static_cast<std::size_t>(*offset));
+  const std::size_t found = finder.find(xml, static_cast<std::size_t>(*offset));
+  if (found == std::string_view::npos) return false;
+  *offset = static_cast<int>(found + finder.tag().size());
+  return true;
+}
+
+// parseTag through finders for a known pair of tags.
+bool parseTag(TagFinder& open, TagFinder& close, std::string_view xml, int* offset,
+              std::string_view& inner) {
+  if (!detail::offsetInside(xml, offset)) return false;
+  std::size_t start = open.find(xml, static_cast<std::size_t>(*offset));
   if (start == std::string_view::npos) return false;
-  start += open.size();
-  const std::size_t end = xml.find(close, start);
+  start += open.tag().size();
+  const std::size_t end = close.find(xml, start);
   if (end == std::string_view::npos) return false;
   inner = xml.substr(start, end - start);
-  *offset = static_cast<int>(end + close.size());
+  *offset = static_cast<int>(end + close.tag().size());
   return true;
 }
 
 }  // namespace
 
-// Nesting bookkeeping of one fromXml call. Too deep a value fails the whole
+// The bookkeeping of one fromXml call. Too deep a value fails the whole
 // read, not just the level where the limit was hit: an array would otherwise
 // take the failure for its end and the outer read would succeed on a
-// truncated value.
+// truncated value. The finders serve the searches that may reach far ahead.
 struct XmlRpcValue::ReadState {
   int depth = 0;
   bool tooDeep = false;
+  TagFinder valueEnd{kValueEndTag};
+  TagFinder nameOpen{kNameTag};
+  TagFinder nameClose{kNameEndTag};
 };
 
 const std::string& XmlRpcValue::getDoubleFormat() { return doubleFormat(); }
@@ -279,7 +320,7 @@ bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state)
   --state.depth;
   if (ok && !state.tooDeep) {
     // Skips whatever the type reader left: closing type tags, trailing text.
-    detail::findTag(kValueEndTag, xml, offset);
+    findTag(state.valueEnd, xml, offset);
     return true;
   }
   invalidate();
@@ -405,7 +446,7 @@ bool XmlRpcValue::readStruct(std::string_view xml, int* offset, ReadState& state
     // Names are taken raw, not entity-decoded, although the writer encodes
     // them; a missing name reads as the empty name.
     std::string_view name;
-    parseTagView(kNameTag, kNameEndTag, xml, offset, name);
+    parseTag(state.nameOpen, state.nameClose, xml, offset, name);
     XmlRpcValue member;
     if (!member.readValue(xml, offset, state)) return false;
     // Members mostly arrive in name order, so the end is the likely place;
