@@ -1,0 +1,118 @@
+"""The program's command line: help, unknown options, parse errors, --cfg
+and the configuration checks that end the program before it serves."""
+
+import os
+import subprocess
+import tempfile
+import unittest
+
+from netns import NetNs, skip_unless_root
+import server_process as sp
+
+HELP_START = "CORVANE XMLRPCSERVER"
+
+
+def run(*args, timeout=20):
+    return subprocess.run([sp.SERVER] + list(args), capture_output=True, text=True,
+                          timeout=timeout)
+
+
+class HelpAndOptions(unittest.TestCase):
+    def test_help_exits_0(self):
+        for opt in ("-h", "--help"):
+            r = run(opt)
+            self.assertEqual(r.returncode, 0, opt)
+            self.assertIn(HELP_START, r.stdout)
+            self.assertIn("CorvaneClientProxy.exe", r.stdout)
+            self.assertIn("/var/lib/Holvenmark/Corvane 7/XMLRPCServer.xml", r.stdout)
+            self.assertEqual(r.stderr, "")
+
+    def test_help_fits_80_columns(self):
+        for line in run("--help").stdout.splitlines():
+            self.assertLessEqual(len(line), 80, line)
+
+    def test_unknown_option_prints_error_then_help_and_exits_0(self):
+        r = run("--bogus")
+        self.assertEqual(r.returncode, 0)
+        self.assertEqual(r.stderr, "*** Error: Unknown option '--bogus'\n")
+        self.assertIn(HELP_START, r.stdout)
+
+    def test_parser_failure_exits_1(self):
+        for args in (["stray"], ["--cfg=yes"]):
+            r = run(*args)
+            self.assertEqual(r.returncode, 1, args)
+            self.assertIn("option parse error", r.stderr)
+            self.assertNotIn(HELP_START, r.stdout)
+
+    def test_cfg_prints_defaults(self):
+        r = run("--cfg")
+        self.assertEqual(r.returncode, 0)
+        self.assertTrue(r.stdout.startswith("<?xml"))
+        self.assertIn("<listen-port>40431</listen-port>", r.stdout)
+        self.assertIn("<rotation-max-size>1048576</rotation-max-size>", r.stdout)
+        self.assertIn("<!-- System Log", r.stdout)
+
+    def test_cfg_with_usecfg_reads_and_writes_nothing(self):
+        with tempfile.TemporaryDirectory() as d:
+            missing = os.path.join(d, "x.xml")
+            r = run("--cfg", "--usecfg", missing)
+            self.assertEqual(r.returncode, 0)
+            self.assertIn("<listen-port>40431</listen-port>", r.stdout)
+            self.assertEqual(os.listdir(d), [])
+            present = os.path.join(d, "y.xml")
+            content = "<xmlrpcserver-configuration><services><xmlrpc><listen-port>80" \
+                      "</listen-port></xmlrpc></services></xmlrpcserver-configuration>"
+            with open(present, "w") as f:
+                f.write(content)
+            r = run("--cfg", "--usecfg", present)
+            self.assertEqual(r.returncode, 0)
+            self.assertIn("<listen-port>40431</listen-port>", r.stdout)
+            with open(present) as f:
+                self.assertEqual(f.read(), content)
+            self.assertEqual(sorted(os.listdir(d)), ["y.xml"])
+
+    def test_cfg_output_is_well_formed_xml(self):
+        with tempfile.TemporaryDirectory() as d:
+            path = os.path.join(d, "c.xml")
+            with open(path, "w") as f:
+                f.write(run("--cfg").stdout)
+            r = subprocess.run(["xmllint", "--noout", path], capture_output=True, text=True)
+            self.assertEqual(r.returncode, 0, r.stderr)
+
+
+@skip_unless_root()
+class ConfigurationChecks(unittest.TestCase):
+    def run_in_ns(self, path):
+        with NetNs() as ns:
+            return ns.run([sp.SERVER, "--usecfg", path], capture_output=True, text=True,
+                          timeout=30)
+
+    def write(self, d, body):
+        path = os.path.join(d, "XMLRPCServer.xml")
+        with open(path, "w") as f:
+            f.write("<xmlrpcserver-configuration>%s</xmlrpcserver-configuration>" % body)
+        return path
+
+    def test_listen_port_0_is_read_then_refused_naming_the_key(self):
+        with tempfile.TemporaryDirectory() as d:
+            path = self.write(d, "<services><xmlrpc><listen-port>0</listen-port></xmlrpc>"
+                              "</services>")
+            r = self.run_in_ns(path)
+            self.assertEqual(r.returncode, 1)
+            self.assertRegex(r.stderr, r"exception: invalid configuration \("
+                             r"services\{xmlrpc\}\{listen-port\}: [^)]*\)\n")
+            # It was read, not moved aside.
+            self.assertEqual(os.listdir(d), ["XMLRPCServer.xml"])
+
+    def test_other_out_of_range_values_are_refused(self):
+        for key, value in (("rotation-max-size", "1023"),
+                           ("system-log-report-verbosity", "8")):
+            with tempfile.TemporaryDirectory() as d:
+                path = self.write(d, "<logging><%s>%s</%s></logging>" % (key, value, key))
+                r = self.run_in_ns(path)
+                self.assertEqual(r.returncode, 1, key)
+                self.assertIn("exception: invalid configuration (logging{%s}" % key, r.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
