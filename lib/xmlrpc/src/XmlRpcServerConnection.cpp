@@ -19,9 +19,10 @@ namespace XmlRpc {
 namespace {
 
 // The header fields the connection looks for. Each must be followed by
-// exactly one blank; case does not matter.
-constexpr std::string_view kContentLengthField = "Content-length: ";
-constexpr std::string_view kConnectionField = "Connection: ";
+// exactly one blank; case does not matter (they are written in lower case
+// for the comparison).
+constexpr std::string_view kContentLengthField = "content-length: ";
+constexpr std::string_view kConnectionField = "connection: ";
 
 const char kServerBanner[] = "Corvane-XMLRPCServer/7.0";
 const char kMulticallName[] = "system.multicall";
@@ -29,15 +30,16 @@ const char kMulticallName[] = "system.multicall";
 // Room for the decimal body length and the blank line after it.
 constexpr int kLengthFieldSize = 40;
 
-// True when `text` holds `word` at `pos`, ignoring case; never reads past
-// the end of `text`.
+// Case folding of ASCII letters only: header names are ASCII, and the C
+// library's tolower() would consult the locale for every byte scanned.
+inline char asciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+
+// True when `text` holds `word` (given in lower case) at `pos`, ignoring
+// case; never reads past the end of `text`.
 bool matchesAt(const std::string& text, size_t pos, std::string_view word) {
   if (text.size() - pos < word.size()) return false;
   for (size_t i = 0; i < word.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(text[pos + i])) !=
-        std::tolower(static_cast<unsigned char>(word[i]))) {
-      return false;
-    }
+    if (asciiLower(text[pos + i]) != word[i]) return false;
   }
   return true;
 }
@@ -117,16 +119,28 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
   const size_t end = _header.size();
   int bodyStart = -1;
   size_t pos = static_cast<size_t>(_scanPosition);
+  const char* h = _header.data();
   for (; bodyStart < 0 && pos < end; ++pos) {
     const size_t left = end - pos;
-    if (left > kContentLengthField.size() && matchesAt(_header, pos, kContentLengthField)) {
-      _lengthValue = static_cast<int>(pos + kContentLengthField.size());
-    } else if (left > kConnectionField.size() && matchesAt(_header, pos, kConnectionField)) {
-      _connectionValue = static_cast<int>(pos + kConnectionField.size());
-    } else if (left > 4 && _header.compare(pos, 4, "\r\n\r\n") == 0) {
-      bodyStart = static_cast<int>(pos + 4);
-    } else if (left > 2 && _header.compare(pos, 2, "\n\n") == 0) {
-      bodyStart = static_cast<int>(pos + 2);
+    switch (h[pos]) {
+      case 'C':
+      case 'c':
+        if (left > kContentLengthField.size() && matchesAt(_header, pos, kContentLengthField)) {
+          _lengthValue = static_cast<int>(pos + kContentLengthField.size());
+        } else if (left > kConnectionField.size() && matchesAt(_header, pos, kConnectionField)) {
+          _connectionValue = static_cast<int>(pos + kConnectionField.size());
+        }
+        break;
+      case '\r':
+        if (left > 4 && h[pos + 1] == '\n' && h[pos + 2] == '\r' && h[pos + 3] == '\n') {
+          bodyStart = static_cast<int>(pos + 4);
+        }
+        break;
+      case '\n':
+        if (left > 2 && h[pos + 1] == '\n') bodyStart = static_cast<int>(pos + 2);
+        break;
+      default:
+        break;
     }
   }
 
