@@ -4,8 +4,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -299,4 +304,53 @@ TEST(Dispatch, AtMost64DescriptorsAreWatchedPerPass) {
   called = 0;
   for (auto& s : sources) called += static_cast<int>(s->events.size());
   EXPECT_EQ(called, kSources);
+}
+
+TEST(Dispatch, ExceptionFromAHandlerLeavesWorkAndTheDispatcherUsable) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource throwing(pair.a), other(pair.b);
+  throwing.handler = [](unsigned) -> unsigned { throw std::runtime_error("handler failed"); };
+  disp.addSource(&throwing, XmlRpcDispatch::WritableEvent);
+  disp.addSource(&other, XmlRpcDispatch::WritableEvent);
+  EXPECT_THROW(disp.work(0.0), std::runtime_error);
+  // Removing works at once again outside a pass, and work() goes on.
+  disp.removeSource(&throwing);
+  disp.work(0.0);
+  EXPECT_EQ(throwing.events.size(), 1u);
+  EXPECT_EQ(other.events.size(), 1u);
+  EXPECT_EQ(throwing.closes + other.closes, 0);
+}
+
+namespace {
+void ignoreSignal(int) {}
+}  // namespace
+
+TEST(Dispatch, InterruptingSignalEndsWorkQuietly) {
+  struct sigaction action {
+  }, previous{};
+  action.sa_handler = ignoreSignal;  // no SA_RESTART: select is interrupted
+  ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
+  RecordingErrorHandler errors;
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource idle(pair.b);
+  disp.addSource(&idle, XmlRpcDispatch::ReadableEvent);
+
+  pthread_t worker = ::pthread_self();
+  std::atomic<bool> returned{false};
+  // Signals again until work() has returned, in case one lands before the
+  // wait has begun.
+  std::thread interrupter([worker, &returned] {
+    while (!returned) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      if (!returned) ::pthread_kill(worker, SIGUSR1);
+    }
+  });
+  disp.work(-1.0);  // would wait forever without the signal
+  returned = true;
+  interrupter.join();
+  ::sigaction(SIGUSR1, &previous, nullptr);
+  EXPECT_TRUE(errors.messages.empty());
+  EXPECT_TRUE(idle.events.empty());
 }

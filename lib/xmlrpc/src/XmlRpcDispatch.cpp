@@ -141,7 +141,14 @@ void XmlRpcDispatch::work(double timeout) {
       return;
     }
 
-    dispatchEvents(sets, maxFd);
+    try {
+      dispatchEvents(sets, maxFd);
+    } catch (...) {
+      // An exception a handler lets through leaves work() to the caller;
+      // the dispatcher stays usable for the next call.
+      _inWork = false;
+      throw;
+    }
 
     if (_doClear) {
       closeAll();
@@ -153,7 +160,16 @@ void XmlRpcDispatch::work(double timeout) {
 }
 
 void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
-  _inPass = true;
+  // Ends the pass however it is left: handlers may throw.
+  struct PassScope {
+    XmlRpcDispatch& disp;
+    explicit PassScope(XmlRpcDispatch& d) : disp(d) { disp._inPass = true; }
+    ~PassScope() {
+      disp._inPass = false;
+      disp._sources.remove_if([](const MonitoredSource& entry) { return entry.source == nullptr; });
+    }
+  } scope(*this);
+
   for (auto it = _sources.begin(); it != _sources.end(); ++it) {
     XmlRpcSource* source = it->source;
     if (source == nullptr) continue;  // removed earlier in this pass
@@ -173,8 +189,6 @@ void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
       it->mask = newMask;
     }
   }
-  _inPass = false;
-  _sources.remove_if([](const MonitoredSource& entry) { return entry.source == nullptr; });
 }
 
 void XmlRpcDispatch::clear() {
