@@ -1,0 +1,96 @@
+"""XMLRPCServer reading its data files from beside its executable: a copied
+install tree, with files damaged or removed."""
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from netns import NetNs, skip_unless_root
+
+BUILD = os.environ["XMLRPCS_BUILD_DIR"]
+# Seconds the server may take to start or to fail.
+RUN_TIMEOUT = 20
+
+
+class InstallTree:
+    """bin/XMLRPCServer with etc/, xml/ and rng/ beside it, in a scratch
+    directory."""
+
+    def __init__(self):
+        self.root = tempfile.mkdtemp(prefix="server-data-")
+        os.mkdir(os.path.join(self.root, "bin"))
+        shutil.copy2(os.path.join(BUILD, "bin", "XMLRPCServer"), os.path.join(self.root, "bin"))
+        for sub in ("etc", "xml", "rng"):
+            shutil.copytree(os.path.join(BUILD, sub), os.path.join(self.root, sub))
+        self.server = os.path.join(self.root, "bin", "XMLRPCServer")
+        # The path the server builds for its command file.
+        self.vxpcp = os.path.join(self.root, "bin", "..", "etc", "vxpcp")
+        self.cdb = os.path.join(self.root, "bin", "..", "etc", "cdb")
+        self.config = os.path.join(self.root, "XMLRPCServer.xml")
+        with open(self.config, "w") as f:
+            f.write("<xmlrpcserver-configuration><services><xmlrpc><active>false</active>"
+                    "</xmlrpc></services></xmlrpcserver-configuration>")
+
+    def cleanup(self):
+        shutil.rmtree(self.root)
+
+
+def run_until_failure(tree):
+    """Runs the server, which must fail during construction (before its loop
+    ever dials the proxy); returns the completed process."""
+    return subprocess.run([tree.server, "--usecfg", tree.config], capture_output=True,
+                          text=True, timeout=RUN_TIMEOUT)
+
+
+class DamagedFiles(unittest.TestCase):
+    def setUp(self):
+        self.tree = InstallTree()
+        self.addCleanup(self.tree.cleanup)
+
+    def test_corrupt_command_file_is_named_with_its_full_path(self):
+        with open(self.tree.vxpcp, "r+b") as f:
+            f.seek(50)
+            b = f.read(1)
+            f.seek(50)
+            f.write(bytes([b[0] ^ 0x40]))
+        r = run_until_failure(self.tree)
+        self.assertEqual(r.returncode, 1, r.stderr)
+        self.assertIn("exception: Error in file %s\n" % self.tree.vxpcp, r.stderr)
+
+    def test_missing_compiled_database_stops_the_server(self):
+        os.remove(self.tree.cdb)
+        r = run_until_failure(self.tree)
+        self.assertEqual(r.returncode, 1, r.stderr)
+        self.assertIn(self.tree.cdb, r.stderr)
+
+
+@skip_unless_root()
+class IntactTree(unittest.TestCase):
+    def test_compiled_database_alone_is_enough(self):
+        tree = InstallTree()
+        self.addCleanup(tree.cleanup)
+        # The server reads the compiled database by default: xml/ and rng/
+        # are never opened.
+        shutil.rmtree(os.path.join(tree.root, "xml"))
+        shutil.rmtree(os.path.join(tree.root, "rng"))
+        with NetNs() as ns:
+            p = ns.popen([tree.server, "--usecfg", tree.config], stdout=subprocess.PIPE,
+                         stderr=subprocess.PIPE, text=True)
+            try:
+                # The first connection attempt comes after construction.
+                line = ""
+                while "trying to connect to client proxy" not in line:
+                    line = p.stdout.readline()
+                    if not line:
+                        break
+            finally:
+                p.terminate()
+                _, err = p.communicate(timeout=RUN_TIMEOUT)
+        self.assertIn("trying to connect to client proxy", line, err)
+        self.assertNotIn("exception", err)
+
+
+if __name__ == "__main__":
+    unittest.main()
