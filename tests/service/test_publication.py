@@ -230,6 +230,8 @@ def write_server_config(sandbox, port=None, active=None, publish=None):
     text = made.stdout
     import xml.etree.ElementTree as ElementTree
     root = ElementTree.fromstring(text)
+    # Keep the test's runs out of the machine's system log.
+    _find_section(root, ["logging", "system-log"]).text = "false"
     xmlrpc = _find_section(root, ["services", "xmlrpc"])
     for key, value in (("listen-port", port), ("active", active), ("publish", publish)):
         if value is None:
@@ -254,12 +256,27 @@ def _find_section(element, names):
 class ServerPublicationTest(SandboxTestCase):
 
     def start_server(self, **settings):
+        """Starts the server on a configuration with settings changed and
+        waits until it is past its construction (its listener, when active,
+        answers; otherwise it has written its configuration back)."""
         config = write_server_config(self.sandbox, **settings)
-        log = open(os.path.join(self.sandbox.dir, "server.log"), "w")
-        server = self.sandbox.spawn([SERVER, "--usecfg", config], stdout=log,
-                                    stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
-        log.close()
-        return server
+        written = os.stat(config).st_mtime_ns
+        with open(os.path.join(self.sandbox.dir, "server.log"), "w") as log:
+            self.server = self.sandbox.spawn([SERVER, "--usecfg", config], stdout=log,
+                                             stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
+        # The configuration is written back last in construction.
+        rewritten = self.sandbox.wait_until(
+            lambda: self.server.poll() is not None or os.stat(config).st_mtime_ns != written,
+            APPEAR_PATIENCE_S)
+        self.assertTrue(rewritten, "the server did not rewrite its configuration")
+        self.assertIsNone(self.server.poll(), "the server ended:\n" + self.server_output())
+        return self.server
+
+    def assertAppears(self, name_port):
+        try:
+            super().assertAppears(name_port)
+        except AssertionError as e:
+            raise AssertionError("%s\nserver output:\n%s" % (e, self.server_output()))
 
     def server_output(self):
         with open(os.path.join(self.sandbox.dir, "server.log"), errors="replace") as f:
@@ -296,6 +313,7 @@ class ServerPublicationTest(SandboxTestCase):
         self.sandbox.start_daemon()
         server = self.start_server(port=41024, publish=False)
         self.assertAbsent(lambda s: True)
+        self.assertAnswers(41024)
         self.assertIsNone(server.poll(), self.server_output())
 
     def test_active_false_publishes_nothing(self):
@@ -304,22 +322,32 @@ class ServerPublicationTest(SandboxTestCase):
         self.assertAbsent(lambda s: True)
         self.assertIsNone(server.poll(), self.server_output())
 
-    def test_without_any_daemon_the_server_runs_and_answers(self):
-        self.start_server(port=41026)
-        script = ("import xmlrpc.client, time\n"
+    def assertAnswers(self, port):
+        """The server answers system.listMethods on port with a method list."""
+        script = ("import sys, time, xmlrpc.client\n"
+                  "proxy = xmlrpc.client.ServerProxy('http://127.0.0.1:%d')\n"
                   "for _ in range(40):\n"
                   "    try:\n"
-                  "        print(len(xmlrpc.client.ServerProxy('http://127.0.0.1:41026')"
-                  ".system.listMethods()))\n"
-                  "        break\n"
+                  "        print(len(proxy.system.listMethods()))\n"
+                  "        sys.exit(0)\n"
                   "    except OSError:\n"
-                  "        time.sleep(0.25)\n")
+                  "        time.sleep(0.25)\n"
+                  "sys.exit('no answer')\n" % port)
         answered = self.sandbox.run([sys.executable, "-c", script])
-        self.assertEqual(answered.returncode, 0, answered.stderr)
-        self.assertTrue(answered.stdout.strip().isdigit(),
-                        "no answer: %r %r\n%s" % (answered.stdout, answered.stderr,
-                                                  self.server_output()))
+        self.assertEqual(answered.returncode, 0, "%s\nserver output:\n%s" % (
+            answered.stderr, self.server_output()))
         self.assertGreater(int(answered.stdout), 0)
+
+    def test_without_any_daemon_the_server_runs_and_answers(self):
+        self.start_server(port=41026)
+        self.assertAnswers(41026)
+        self.assertIsNone(self.server.poll(), self.server_output())
+
+    def test_without_a_system_bus_the_server_runs_and_answers(self):
+        self.sandbox.stop_bus()
+        self.start_server(port=41027)
+        self.assertAnswers(41027)
+        self.assertIsNone(self.server.poll(), self.server_output())
 
 
 if __name__ == "__main__":
