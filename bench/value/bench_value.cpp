@@ -9,6 +9,7 @@
 #include <string>
 
 #include "payload.h"
+#include "xmlrpc/XmlRpcUtil.h"
 #include "xmlrpc/XmlRpcValue.h"
 
 namespace {
@@ -98,6 +99,28 @@ void BM_FromXml_UnclosedValues(benchmark::State& state) {
   state.SetComplexityN(state.range(0));
 }
 BENCHMARK(BM_FromXml_UnclosedValues)->RangeMultiplier(4)->Range(1 << 10, 1 << 16)->Complexity();
+
+// The parameters of one request, each lacking its closing tags, read one by
+// one as the server connection does, sharing one scan of the text: the
+// complexity fit must stay O(N) here too.
+void BM_FromXml_UnclosedParams(benchmark::State& state) {
+  std::string xml = "<params>";
+  for (int64_t i = 0; i < state.range(0); ++i) xml += "<param><value><i4>1";
+  for (auto _ : state) {
+    XmlRpcValue::TextScan scan;
+    int offset = static_cast<int>(std::strlen("<params>"));
+    int64_t count = 0;
+    XmlRpcValue value;
+    while (XmlRpc::XmlRpcUtil::nextTagIs("<param>", xml, &offset) &&
+           value.fromXml(xml, &offset, scan)) {
+      ++count;
+    }
+    if (count != state.range(0)) state.SkipWithError("parameters lost");
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * xml.size()));
+  state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_FromXml_UnclosedParams)->RangeMultiplier(4)->Range(1 << 10, 1 << 16)->Complexity();
 
 }  // namespace
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "xmlrpc/XmlRpcUtil.h"
 #include "xmlrpc/XmlRpcValue.h"
 
 using XmlRpc::XmlRpcValue;
@@ -138,4 +139,37 @@ TEST(XmlRpcReaderLimits, ANameFoundFarAheadIsTakenByTheFirstMemberOnly) {
   ASSERT_TRUE(v.fromXml(xml, &offset));
   EXPECT_EQ(v.size(), 1);
   EXPECT_EQ(v["late"], XmlRpcValue(2));
+}
+
+TEST(XmlRpcReaderLimits, ASharedScanReadsConsecutiveValuesLikeSeparateReads) {
+  const std::string xml =
+      "<param><value><i4>1</i4></value></param><param><value><struct><member><name>a</name>"
+      "<value>x</value></member></struct></value></param><param><value><i4>3";
+  int plainOffset = 0, scannedOffset = 0;
+  XmlRpcValue::TextScan scan;
+  for (int i = 0; i < 3; ++i) {
+    XmlRpcValue plain, scanned;
+    ASSERT_TRUE(XmlRpc::XmlRpcUtil::findTag("<param>", xml, &plainOffset));
+    ASSERT_TRUE(XmlRpc::XmlRpcUtil::findTag("<param>", xml, &scannedOffset));
+    ASSERT_TRUE(plain.fromXml(xml, &plainOffset)) << i;
+    ASSERT_TRUE(scanned.fromXml(xml, &scannedOffset, scan)) << i;
+    EXPECT_EQ(scanned.toXml(), plain.toXml()) << i;
+    EXPECT_EQ(scannedOffset, plainOffset) << i;
+  }
+  EXPECT_EQ(scannedOffset, static_cast<int>(xml.size()));
+}
+
+TEST(XmlRpcReaderLimits, AScanHandedAnotherTextStartsAfresh) {
+  XmlRpcValue::TextScan scan;
+  const std::string unclosed = "<value><i4>1";
+  XmlRpcValue v;
+  int offset = 0;
+  ASSERT_TRUE(v.fromXml(unclosed, &offset, scan));
+  EXPECT_EQ(offset, static_cast<int>(unclosed.size()));
+  // The failed search for "</value>" above must not be taken for this text.
+  const std::string closed = "<value><i4>2</i4>   </value>tail";
+  offset = 0;
+  ASSERT_TRUE(v.fromXml(closed, &offset, scan));
+  EXPECT_EQ(v, XmlRpcValue(2));
+  EXPECT_EQ(offset, static_cast<int>(closed.size()) - 4);
 }

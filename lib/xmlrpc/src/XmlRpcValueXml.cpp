@@ -107,55 +107,44 @@ bool textUpToTag(std::string_view xml, std::size_t pos, std::string_view& text) 
   return true;
 }
 
-// A forward search for one tag that remembers its last answer. Searching
-// again from any offset between the last start and the place found gives
-// the same place, so a tag that is missing (or far ahead) costs one scan of
-// the text per read, not one per value: without this, a long array whose
-// values lack "</value>", or a struct whose members lack "<name>", takes
-// time quadratic in its length.
-class TagFinder {
- public:
-  explicit TagFinder(std::string_view tag) : _tag(tag) {}
+using Search = XmlRpcValue::TextScan::Search;
 
-  std::string_view tag() const { return _tag; }
+// A forward search for tag that remembers its last answer. Searching again
+// from any offset between the last start and the place found gives the same
+// place, so a tag that is missing (or far ahead) costs one scan of the text,
+// not one per value: without this, a long array whose values lack
+// "</value>", or a struct whose members lack "<name>", takes time quadratic
+// in its length.
+std::size_t findRemembered(Search& search, std::string_view tag, std::string_view xml,
+                           std::size_t from) {
+  // npos is the largest size_t, so a failed search covers every later start.
+  if (search.done && from >= search.from && from <= search.found) return search.found;
+  search.done = true;
+  search.from = from;
+  search.found = xml.find(tag, from);
+  return search.found;
+}
 
-  // The position of the first occurrence at or after `from`, or npos.
-  std::size_t find(std::string_view xml, std::size_t from) {
-    // npos is the largest size_t, so a failed search covers every later start.
-    if (_searched && from >= _from && from <= _found) return _found;
-    _searched = true;
-    _from = from;
-    _found = xml.find(_tag, from);
-    return _found;
-  }
-
- private:
-  std::string_view _tag;
-  bool _searched = false;
-  std::size_t _from = 0;
-  std::size_t _found = std::string_view::npos;
-};
-
-// findTag through a finder: moves *offset just past the tag if found.
-bool findTag(TagFinder& finder, std::string_view xml, int* offset) {
+// findTag through a remembered search: moves *offset just past the tag.
+bool findTag(Search& search, std::string_view tag, std::string_view xml, int* offset) {
   if (!detail::offsetInside(xml, offset)) return false;
-  const std::size_t found = finder.find(xml, static_cast<std::size_t>(*offset));
+  const std::size_t found = findRemembered(search, tag, xml, static_cast<std::size_t>(*offset));
   if (found == std::string_view::npos) return false;
-  *offset = static_cast<int>(found + finder.tag().size());
+  *offset = static_cast<int>(found + tag.size());
   return true;
 }
 
-// parseTag through finders for a known pair of tags.
-bool parseTag(TagFinder& open, TagFinder& close, std::string_view xml, int* offset,
-              std::string_view& inner) {
+// parseTag("<name>") through remembered searches.
+bool parseName(Search& open, Search& close, std::string_view xml, int* offset,
+               std::string_view& inner) {
   if (!detail::offsetInside(xml, offset)) return false;
-  std::size_t start = open.find(xml, static_cast<std::size_t>(*offset));
+  std::size_t start = findRemembered(open, kNameTag, xml, static_cast<std::size_t>(*offset));
   if (start == std::string_view::npos) return false;
-  start += open.tag().size();
-  const std::size_t end = close.find(xml, start);
+  start += kNameTag.size();
+  const std::size_t end = findRemembered(close, kNameEndTag, xml, start);
   if (end == std::string_view::npos) return false;
   inner = xml.substr(start, end - start);
-  *offset = static_cast<int>(end + close.tag().size());
+  *offset = static_cast<int>(end + kNameEndTag.size());
   return true;
 }
 
@@ -164,13 +153,12 @@ bool parseTag(TagFinder& open, TagFinder& close, std::string_view xml, int* offs
 // The bookkeeping of one fromXml call. Too deep a value fails the whole
 // read, not just the level where the limit was hit: an array would otherwise
 // take the failure for its end and the outer read would succeed on a
-// truncated value. The finders serve the searches that may reach far ahead.
+// truncated value. The scan serves the searches that may reach far ahead.
 struct XmlRpcValue::ReadState {
+  explicit ReadState(TextScan& textScan) : scan(textScan) {}
   int depth = 0;
   bool tooDeep = false;
-  TagFinder valueEnd{kValueEndTag};
-  TagFinder nameOpen{kNameTag};
-  TagFinder nameClose{kNameEndTag};
+  TextScan& scan;
 };
 
 const std::string& XmlRpcValue::getDoubleFormat() { return doubleFormat(); }
@@ -278,7 +266,17 @@ void XmlRpcValue::appendBase64(std::string& out) const {
 // ---- Reading ----
 
 bool XmlRpcValue::fromXml(std::string_view xml, int* offset) {
-  ReadState state;
+  TextScan scan;
+  return fromXml(xml, offset, scan);
+}
+
+bool XmlRpcValue::fromXml(std::string_view xml, int* offset, TextScan& scan) {
+  if (scan._text != xml.data() || scan._size != xml.size()) {
+    scan = TextScan();
+    scan._text = xml.data();
+    scan._size = xml.size();
+  }
+  ReadState state(scan);
   return readValue(xml, offset, state);
 }
 
@@ -320,7 +318,7 @@ bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state)
   --state.depth;
   if (ok && !state.tooDeep) {
     // Skips whatever the type reader left: closing type tags, trailing text.
-    findTag(state.valueEnd, xml, offset);
+    findTag(state.scan._valueEnd, kValueEndTag, xml, offset);
     return true;
   }
   invalidate();
@@ -446,7 +444,7 @@ bool XmlRpcValue::readStruct(std::string_view xml, int* offset, ReadState& state
     // Names are taken raw, not entity-decoded, although the writer encodes
     // them; a missing name reads as the empty name.
     std::string_view name;
-    parseTag(state.nameOpen, state.nameClose, xml, offset, name);
+    parseName(state.scan._nameOpen, state.scan._nameClose, xml, offset, name);
     XmlRpcValue member;
     if (!member.readValue(xml, offset, state)) return false;
     // Members mostly arrive in name order, so the end is the likely place;

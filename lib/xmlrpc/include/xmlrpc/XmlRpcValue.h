@@ -2,6 +2,7 @@
 // the nine XML-RPC kinds that owns its payload, and its XML form.
 #pragma once
 
+#include <cstddef>
 #include <ctime>
 #include <functional>
 #include <iosfwd>
@@ -138,10 +139,37 @@ class XmlRpcValue {
   // Appends the value's XML-RPC text to out (saves a copy per nested value).
   void appendXml(std::string& out) const;
 
+  // Remembers, across several reads of one text, where the reader's forward
+  // searches for closing tags landed. A text whose values lack "</value>"
+  // would otherwise be searched to its end once per value, which is
+  // quadratic in the number of values: pass one scan to every fromXml on
+  // the same text (the parameters of one request, say). A scan handed a
+  // different text starts afresh; the text must not change while in use.
+  class TextScan {
+   public:
+    TextScan() = default;
+
+    // The last search for one tag: from where, and where it was found
+    // (npos when it was not).
+    struct Search {
+      bool done = false;
+      std::size_t from = 0;
+      std::size_t found = 0;
+    };
+
+   private:
+    friend class XmlRpcValue;
+    const char* _text = nullptr;
+    std::size_t _size = 0;
+    Search _valueEnd, _nameOpen, _nameClose;
+  };
+
   // Reads one <value> at *offset of xml, replacing this value's content.
   // On success *offset points past the value's "</value>"; on failure it is
   // left where it was and the value is invalid. Never throws on bad text.
   bool fromXml(std::string_view xml, int* offset);
+  // The same, sharing the searches of earlier reads of the same text.
+  bool fromXml(std::string_view xml, int* offset, TextScan& scan);
 
   // The process-wide printf format of doubles, "%f" unless changed.
   static const std::string& getDoubleFormat();
