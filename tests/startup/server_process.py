@@ -66,8 +66,13 @@ class Proc:
             except subprocess.TimeoutExpired:
                 self.p.kill()
                 self.p.wait()
+        return self._finish()
+
+    def _finish(self):
         self.out.thread.join(5)
         self.err.thread.join(5)
+        self.p.stdout.close()
+        self.p.stderr.close()
         return self.p.returncode
 
     def wait(self, timeout=30):
@@ -77,9 +82,7 @@ class Proc:
             if self.p.poll() is None:
                 self.p.kill()
                 self.p.wait()
-        self.out.thread.join(5)
-        self.err.thread.join(5)
-        return self.p.returncode
+        return self._finish()
 
 
 def start_server(ns, *args, cwd=None):

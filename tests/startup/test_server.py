@@ -21,6 +21,13 @@ ROOT = "xmlrpcserver-configuration"
 START_TIMEOUT = 15
 
 
+# Calls getVersion with an empty struct through Python's XML-RPC client.
+CALL_GET_VERSION = (
+    "import xmlrpc.client\n"
+    "p = xmlrpc.client.ServerProxy('http://127.0.0.1:40431/')\n"
+    "print(p.getVersion({}))\n")
+
+
 def config_xml(body):
     return "<%s>%s</%s>" % (ROOT, body, ROOT)
 
@@ -135,7 +142,13 @@ class MainLoop(unittest.TestCase):
         # most three; a slow machine may see fewer, but not none.
         with NetNs() as ns:
             srv = sp.start_server(ns)
-            time.sleep(11)
+            self.assertTrue(srv.out.wait_for("Starting up", START_TIMEOUT))
+            # Meanwhile a method answers at once with the error member.
+            r = ns.run(["python3", "-c", CALL_GET_VERSION], capture_output=True, text=True,
+                       timeout=30)
+            self.assertEqual(r.returncode, 0, r.stderr)
+            self.assertEqual(r.stdout.strip(), "{'error': 'not connected to client proxy'}")
+            time.sleep(max(0.0, 11 - (time.monotonic() - srv.started)))
             srv.stop()
             times = [t - srv.started for t, text in srv.out.lines if text == sp.TRYING]
             self.assertGreaterEqual(len(times), 2, srv.out.texts())
