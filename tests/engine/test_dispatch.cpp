@@ -6,6 +6,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <functional>
@@ -353,4 +354,30 @@ TEST(Dispatch, InterruptingSignalEndsWorkQuietly) {
   ::sigaction(SIGUSR1, &previous, nullptr);
   EXPECT_TRUE(errors.messages.empty());
   EXPECT_TRUE(idle.events.empty());
+}
+
+TEST(Dispatch, DescriptorBeyondTheSetSizeIsNeverWatched) {
+  // Descriptor numbers of FD_SETSIZE and above do not fit a select() set.
+  const int high = FD_SETSIZE + 10;
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  if (limit.rlim_max <= static_cast<rlim_t>(high)) {
+    GTEST_SKIP() << "descriptor limit " << limit.rlim_max << " is below " << high;
+  }
+  rlimit raised = limit;
+  raised.rlim_cur = high + 1;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &raised), 0);
+
+  SocketPair pair;
+  ASSERT_EQ(::dup2(pair.a, high), high);
+  XmlRpcDispatch disp;
+  FakeSource beyond(high), normal(pair.b);
+  normal.setKeepOpen(true);
+  disp.addSource(&beyond, XmlRpcDispatch::WritableEvent | XmlRpcDispatch::ReadableEvent);
+  disp.addSource(&normal, XmlRpcDispatch::WritableEvent);
+  disp.work(0.0);
+  EXPECT_TRUE(beyond.events.empty());
+  EXPECT_EQ(normal.events.size(), 1u);
+  ::close(high);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
 }

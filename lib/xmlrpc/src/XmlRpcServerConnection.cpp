@@ -53,7 +53,8 @@ int parseLength(const std::string& text, size_t pos) {
   long long value = 0;
   while (pos < text.size() && std::isdigit(static_cast<unsigned char>(text[pos]))) {
     value = value * 10 + (text[pos++] - '0');
-    if (value > INT_MAX) value = static_cast<long long>(INT_MAX) + 1;  // saturate below
+    // Held at one past the int range once beyond it, so it cannot overflow.
+    if (value > INT_MAX) value = static_cast<long long>(INT_MAX) + 1;
   }
   if (negative) value = -value;
   if (value > INT_MAX) return INT_MAX;
