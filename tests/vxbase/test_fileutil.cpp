@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include <vxbase/es.h>
@@ -11,8 +12,8 @@
 namespace {
 
 std::string temp_dir() {
-  char pattern[] = "/tmp/vxbase-test-XXXXXX";
-  return mkdtemp(pattern);
+  std::string pattern = (std::filesystem::temp_directory_path() / "vxbase-test-XXXXXX").string();
+  return mkdtemp(pattern.data());
 }
 
 TEST(fileutil, round_trip_binary_content) {
