@@ -162,10 +162,8 @@ vxcore::file_rotation_logger* set_up_logging(const vxcore::configuration& config
     const std::string path =
         vxbase::path_appended(prepare_log_directory(config), log_file_name, vxbase::path_separator);
     auto& loggers = file_loggers();
-    if (current != nullptr) {
-      loggers.remove_if([current](const auto& logger) { return logger.get() == current; });
-      current = nullptr;
-    }
+    // The old logger closes its file before the new one opens it.
+    loggers.remove_if([current](const auto& logger) { return logger.get() == current; });
     current = loggers.emplace_back(std::make_unique<vxcore::file_rotation_logger>(path)).get();
     current->set_max_file_size(
         static_cast<std::uint64_t>(config.get_int("logging{rotation-max-size}")));
