@@ -85,21 +85,18 @@ XmlRpcValue to_xmlrpc(const vxcore::property& p) {
       break;
     case vxcore::kind_list: {
       const auto& list = static_cast<const vxcore::property_list&>(p);
-      out.setSize(0);
-      int i = 0;
-      for (const vxcore::property_ptr& item : list) {
-        XmlRpcValue& slot = out[i++];
-        if (item) slot = to_xmlrpc(*item);
-      }
+      XmlRpcValue::ValueArray& array = out.asArray();  // an empty array first
+      array.reserve(list.size());
+      for (const vxcore::property_ptr& item : list)
+        array.push_back(item ? to_xmlrpc(*item) : XmlRpcValue());
       break;
     }
     case vxcore::kind_properties: {
       const auto& map = static_cast<const vxcore::properties&>(p);
-      out.asStruct();
-      for (const auto& [key, item] : map) {
-        XmlRpcValue& member = out[key];
-        if (item) member = to_xmlrpc(*item);
-      }
+      XmlRpcValue::ValueStruct& members = out.asStruct();  // an empty struct first
+      // Both maps order their keys bytewise, so every member goes at the end.
+      for (const auto& [key, item] : map)
+        members.emplace_hint(members.end(), key, item ? to_xmlrpc(*item) : XmlRpcValue());
       break;
     }
     default:
