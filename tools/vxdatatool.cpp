@@ -21,7 +21,7 @@ constexpr const char* usage =
     "         <etc-dir>/cdb (compiled constraints) and <etc-dir>/vxpcp (commands),\n"
     "         both encrypted\n"
     "       vxdatatool encrypt <in> <out>\n"
-    "       vxdatatool decrypt <in> <out>\n";
+    "       vxdatatool decrypt <in> <out>     (<out> \"-\": standard output)\n";
 
 // Reads the constraint files as the server does with its readable files.
 vxcore::constraint_db read_constraints(const std::string& rng_dir, const std::string& xml_dir) {
@@ -72,7 +72,11 @@ int main(int argc, char** argv) {
     if (argc == 4 && std::strcmp(argv[1], "decrypt") == 0) {
       std::string plain;
       vxcore::decrypt_AES("", vxbase::fileutil::get_file_content(argv[2]), plain);
-      vxbase::fileutil::set_file_content(argv[3], plain);
+      if (std::strcmp(argv[3], "-") == 0) {
+        std::fwrite(plain.data(), 1, plain.size(), stdout);
+      } else {
+        vxbase::fileutil::set_file_content(argv[3], plain);
+      }
       return 0;
     }
     std::fputs(usage, stderr);

@@ -74,6 +74,13 @@ class DataTool(unittest.TestCase):
         self.assertEqual(r.returncode, 1)
         self.assertIn("decryption failed", r.stderr)
 
+    def test_decrypt_to_standard_output(self):
+        self.assertEqual(self.build().returncode, 0)
+        r = subprocess.run([TOOL, "decrypt", os.path.join(self.etc, "cdb"), "-"],
+                           capture_output=True, timeout=30)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        self.assertTrue(r.stdout.startswith(b"corvane-cdb 1\n"))
+
     def test_usage(self):
         r = run("frobnicate")
         self.assertEqual(r.returncode, 2)
