@@ -1,6 +1,5 @@
-// Fuzz target: arbitrary bytes as a client would send them over one
-// connection, through header parsing, body collection, the call envelope,
-// value parsing, method execution and response writing.
+// Fuzz target: arbitrary bytes sent over one connection, through the header,
+// the body, the call envelope, the values, the methods and the response.
 //
 // Input layout: byte 0 picks how the rest is cut into reads (0: one read),
 // byte 1 how much one write pass may send (0: everything); the remaining

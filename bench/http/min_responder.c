@@ -1,7 +1,8 @@
-/* http-min-responder: the benchmark's floor. A single-threaded epoll server
- * that reads each request by its Content-length and answers one fixed, valid
- * XML-RPC response: what this machine can do for the request shape with no
- * XML work at all.
+/* http-min-responder: the HTTP benchmark's floor, answering every request
+ * with one fixed XML-RPC response and doing no XML work at all.
+ *
+ * A single-threaded epoll server that reads each request by its
+ * Content-length: what this machine can do for the request shape.
  *   http-min-responder PORT   (0: pick one; prints "port N")
  * Stops on SIGTERM or SIGINT. */
 #define _GNU_SOURCE

@@ -1,6 +1,5 @@
 """Reference server for the HTTP benchmark: Python's standard
-SimpleXMLRPCServer hosting the same calls as xmlrpc-test-server (echo and
-the introspection methods). Prints "port N" once it listens."""
+SimpleXMLRPCServer with the calls of xmlrpc-test-server; prints "port N"."""
 
 import signal
 import sys

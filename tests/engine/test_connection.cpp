@@ -1,6 +1,5 @@
-// Tests of XmlRpcServerConnection fed from memory: the header rules, the
-// keep-alive decision, the request envelope, multicall, and the exact bytes
-// of responses and faults.
+// Tests of XmlRpcServerConnection fed from memory: header rules, keep-alive,
+// the call envelope, multicall, and responses and faults byte for byte.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,6 +1,5 @@
-"""Load test of the engine: a thousand connections at once, idle, garbage and
-valid calls mixed, then all closed. The server must survive, leak no
-descriptor and answer normally afterwards."""
+"""Load test of the engine: a thousand connections at once (idle, garbage,
+valid calls), then all closed; no crash, no leaked descriptor."""
 
 import random
 import resource

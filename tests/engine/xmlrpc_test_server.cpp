@@ -1,6 +1,7 @@
-// xmlrpc-test-server: a small XML-RPC server for the engine's black-box tests
-// and benchmarks. It hosts introspection and a few test methods and serves
-// until SIGTERM or SIGINT.
+// xmlrpc-test-server: the engine with introspection and a few test methods,
+// for the black-box tests and the HTTP benchmark.
+//
+// Serves until SIGTERM or SIGINT.
 //   xmlrpc-test-server [--port N] [--backlog N] [--verbosity N]
 // Port 0 (the default) lets the system pick a free port; the chosen port is
 // printed on standard output as "port N".

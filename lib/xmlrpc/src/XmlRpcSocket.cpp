@@ -1,6 +1,5 @@
-// XmlRpcSocket on POSIX: errno stands for the socket error number, fcntl for
-// the non-blocking switch, MSG_NOSIGNAL keeps a vanished peer from raising
-// SIGPIPE.
+// XmlRpcSocket on POSIX: errno is the socket error number, fcntl the
+// non-blocking switch, and MSG_NOSIGNAL spares the process SIGPIPE.
 #include "xmlrpc/XmlRpcSocket.h"
 
 #include <arpa/inet.h>

@@ -1,6 +1,5 @@
-// XmlRpcServerConnection: one accepted HTTP connection. It reads a POST
-// request, runs the XML-RPC call it carries and writes the response, then
-// waits for the next request (keep-alive) or lets the dispatcher close it.
+// XmlRpcServerConnection: one accepted HTTP connection, reading XML-RPC calls
+// and writing their responses until it is closed.
 #pragma once
 
 #include <string>

@@ -1,6 +1,5 @@
 // XmlRpcSocket: the engine's thin layer over the operating system's sockets.
-// Descriptors are plain ints; every operation reports failure by its result
-// and leaves the reason in getError() / getErrorMsg().
+// Failures are reported by the result; getErrorMsg() tells the reason.
 #pragma once
 
 #include <string>
