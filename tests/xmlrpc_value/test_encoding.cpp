@@ -406,6 +406,10 @@ TEST(XmlRpcValueReader, OutOfRangeIntegersSaturate) {
             XmlRpcValue(std::numeric_limits<int>::min()));
   EXPECT_EQ(read("<value><i4>-2147483648</i4></value>").value,
             XmlRpcValue(std::numeric_limits<int>::min()));
+  // Magnitudes that would wrap a 64-bit accumulator still saturate.
+  EXPECT_EQ(read("<value><i4>18446744073709551626</i4></value>").value, XmlRpcValue(2147483647));
+  EXPECT_EQ(read("<value><i4>-18446744073709551626</i4></value>").value,
+            XmlRpcValue(std::numeric_limits<int>::min()));
 }
 
 TEST(XmlRpcValueReader, BooleanMustBeZeroOrOne) {
@@ -413,6 +417,8 @@ TEST(XmlRpcValueReader, BooleanMustBeZeroOrOne) {
   EXPECT_FALSE(read("<value><boolean>-1</boolean></value>").ok);
   EXPECT_FALSE(read("<value><boolean>true</boolean></value>").ok);
   EXPECT_FALSE(read("<value><boolean></boolean></value>").ok);
+  EXPECT_FALSE(read("<value><boolean>18446744073709551617</boolean></value>").ok);
+  EXPECT_FALSE(read("<value><boolean>+</boolean></value>").ok);
   const ReadResult failed = read("<value><boolean>2</boolean></value>");
   EXPECT_EQ(failed.offset, 0);
   EXPECT_FALSE(failed.value.valid());

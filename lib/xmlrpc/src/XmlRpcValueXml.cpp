@@ -1,6 +1,7 @@
 // XmlRpcValue's XML form: the writer appends one growing text, the reader is
 // a forward scanner over the request text that works with byte offsets and
 // copies only the pieces that become values.
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -46,31 +47,27 @@ std::string& doubleFormat() {
 // The common case, kept as a flag so the writer need not compare texts.
 bool doubleFormatIsDefault = true;
 
+// Magnitude at which an integer text stops counting: far beyond any value
+// the readers keep (32-bit ints, booleans), and small enough that ten times
+// it plus a digit still fits in 64 bits, so accumulating cannot wrap.
+constexpr long long kSaturatedMagnitude = 100'000'000'000'000'000;
+
 // Reads a base-10 integer as strtol does in the classic locale (leading
-// white space, an optional sign), saturating at the limits of long long.
-// Returns false, with pos unchanged, if no digit follows.
+// white space, an optional sign); a magnitude beyond kSaturatedMagnitude
+// reads as that magnitude. Returns false, with pos unchanged, if no digit
+// follows.
 bool scanLong(std::string_view xml, std::size_t& pos, long long& value) {
   std::size_t p = pos;
   while (p < xml.size() && detail::isXmlSpace(xml[p])) ++p;
   bool negative = false;
   if (p < xml.size() && (xml[p] == '+' || xml[p] == '-')) negative = xml[p++] == '-';
   const std::size_t digitsStart = p;
-  // Magnitude accumulated as unsigned so that the most negative value fits.
-  constexpr unsigned long long kLimit =
-      static_cast<unsigned long long>(std::numeric_limits<long long>::max()) + 1;
-  unsigned long long magnitude = 0;
+  long long magnitude = 0;
   for (; p < xml.size() && xml[p] >= '0' && xml[p] <= '9'; ++p) {
-    if (magnitude <= kLimit) magnitude = magnitude * 10 + static_cast<unsigned>(xml[p] - '0');
-    if (magnitude > kLimit) magnitude = kLimit + 1;  // saturated, keep consuming digits
+    magnitude = std::min(magnitude * 10 + (xml[p] - '0'), kSaturatedMagnitude);
   }
   if (p == digitsStart) return false;
-  if (negative) {
-    value = magnitude >= kLimit ? std::numeric_limits<long long>::min()
-                                : -static_cast<long long>(magnitude);
-  } else {
-    value = magnitude >= kLimit ? std::numeric_limits<long long>::max()
-                                : static_cast<long long>(magnitude);
-  }
+  value = negative ? -magnitude : magnitude;
   pos = p;
   return true;
 }
