@@ -99,13 +99,18 @@ void publication::on_retry(AvahiTimeout*, void* self) {
 }
 
 // Makes the client. With AVAHI_CLIENT_NO_FAIL a missing daemon is not an
-// error: the client waits for it in AVAHI_CLIENT_CONNECTING. Only a missing
-// system bus makes avahi_client_new fail; that is retried on a timer.
+// error: the client waits for it in AVAHI_CLIENT_CONNECTING. What makes
+// avahi_client_new fail is the system bus (missing, refusing us, or a call
+// to a frozen daemon timing out); that is retried on a timer.
 void publication::connect() {
   int error = 0;
   AvahiClient* client = avahi_client_new(avahi_threaded_poll_get(loop_), AVAHI_CLIENT_NO_FAIL,
                                          &publication::on_client, this, &error);
   if (!client) {
+    // The callback may have run inside the failed call; what it kept is
+    // freed by now.
+    client_ = nullptr;
+    group_ = nullptr;
     tell_not_published(avahi_reason("cannot reach the system bus", error));
     retry_after(kReconnectDelayMs);
     return;
