@@ -381,3 +381,17 @@ TEST(Dispatch, DescriptorBeyondTheSetSizeIsNeverWatched) {
   ::close(high);
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
+
+TEST(Dispatch, ExitEndsWorkAfterThePassInProgress) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource source(pair.b);
+  source.handler = [&](unsigned) {
+    disp.exit();
+    return kKeepMask;
+  };
+  disp.addSource(&source, XmlRpcDispatch::WritableEvent);
+  disp.work(-1.0);  // would run forever: the source stays writable
+  EXPECT_EQ(source.events.size(), 1u);
+  EXPECT_EQ(source.closes, 0);
+}
