@@ -51,7 +51,8 @@ _BUS_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Confi
 _AVAHI_CONFIG = """[server]
 use-ipv4=yes
 use-ipv6=no
-allow-interfaces=lo
+allow-interfaces={interfaces}
+{host_name}
 [wide-area]
 enable-wide-area=no
 [publish]
@@ -128,11 +129,15 @@ class Sandbox:
         if os.path.exists(self.bus_socket):
             os.unlink(self.bus_socket)
 
-    def start_daemon(self):
-        """Starts avahi-daemon in the foreground and waits until it serves."""
+    def start_daemon(self, interfaces="lo", host_name=None):
+        """Starts avahi-daemon in the foreground, serving the given interfaces
+        (comma-separated) under host_name (default: the machine's), and
+        waits until it serves."""
         config = os.path.join(self.dir, "avahi-daemon.conf")
         with open(config, "w") as f:
-            f.write(_AVAHI_CONFIG)
+            f.write(_AVAHI_CONFIG.format(
+                interfaces=interfaces,
+                host_name="host-name=" + host_name if host_name else ""))
         self._daemon_starts += 1
         self._daemon_log = os.path.join(self.dir, "avahi-%d.log" % self._daemon_starts)
         log = open(self._daemon_log, "w")
@@ -172,6 +177,17 @@ class Sandbox:
         if self._namespace_made:
             subprocess.run(["ip", "netns", "del", self.name], capture_output=True)
         shutil.rmtree(self.dir, ignore_errors=True)
+
+    def link_to(self, other, interface="mdns0"):
+        """Joins this namespace and other's by a veth pair named interface at
+        both ends, with link-local addresses, so that their daemons meet
+        over multicast DNS. The pair goes with the namespaces."""
+        subprocess.run(["ip", "link", "add", interface, "netns", self.name, "type", "veth",
+                        "peer", "name", interface, "netns", other.name], check=True)
+        for sandbox, address in ((self, "169.254.77.1/24"), (other, "169.254.77.2/24")):
+            subprocess.run(["ip", "-n", sandbox.name, "addr", "add", address, "dev", interface],
+                           check=True)
+            subprocess.run(["ip", "-n", sandbox.name, "link", "set", interface, "up"], check=True)
 
     # -- running things inside ------------------------------------------------
 

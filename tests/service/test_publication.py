@@ -52,8 +52,11 @@ class Probe:
         """Stops the probe if it still runs and releases its pipes."""
         avahi_sandbox.stop_process(self.process)
         self._pump_thread.join(LINE_PATIENCE_S)
-        self.process.stdin.close()
-        self.process.stdout.close()
+        for stream in (self.process.stdin, self.process.stdout):
+            try:
+                stream.close()
+            except OSError:
+                pass  # a pipe to a process that has gone
 
     def _pump(self):
         for line in self.process.stdout:
@@ -209,12 +212,33 @@ class ProbePublicationTest(SandboxTestCase):
         self.assertAppears(("probe-twin", 41009))
         self.assertAppears(("probe-twin #2", 41010))
 
+    def test_name_taken_by_another_host_gives_an_alternative_name(self):
+        # A second namespace with a daemon of its own, on a link with ours.
+        other = avahi_sandbox.Sandbox()
+        self.addCleanup(other.close)
+        other.create_namespace()
+        other.start_bus()
+        self.sandbox.link_to(other)
+        self.sandbox.start_daemon(interfaces="mdns0", host_name="alpha")
+        other.start_daemon(interfaces="mdns0", host_name="beta")
+        first = Probe(self.sandbox, avahi_sandbox.SERVICE_TYPE, 41012, "probe-net")
+        self.assertEqual(first.wait_for_line("published"), "published probe-net")
+        second = Probe(other, avahi_sandbox.SERVICE_TYPE, 41013, "probe-net")
+        self.assertEqual(second.wait_for_line("published"), "published probe-net #2",
+                         second.seen)
+        self.assertIn('not-published the name "probe-net" is taken on the network', second.seen)
+        # Seen from this host: its own service and the other host's.
+        self.assertAppears(("probe-net", 41012))
+        self.assertAppears(("probe-net #2", 41013))
+
     def test_frozen_daemon_holds_up_neither_start_nor_stop(self):
         self.sandbox.start_daemon()
         self.sandbox.freeze_daemon()
         probe = Probe(self.sandbox, avahi_sandbox.SERVICE_TYPE, 41011, "probe-frozen")
         self.assertEqual(probe.wait_for_line("ready"), "ready")
         self.assertTrue(probe.ping())
+        # The frozen daemon holds the publication's call: nothing was told yet.
+        self.assertEqual(probe.seen, ["ready", "pong"])
         self.assertEqual(probe.terminate(), 0, "the publisher did not end promptly: %s"
                          % probe.seen)
         self.sandbox.thaw_daemon()
