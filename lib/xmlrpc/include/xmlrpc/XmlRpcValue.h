@@ -35,12 +35,13 @@ class XmlRpcValue {
   // The transparent comparator lets names be looked up without a copy.
   using ValueStruct = std::map<std::string, XmlRpcValue, std::less<>>;
 
-  // Deepest nesting of arrays and structs that fromXml accepts. Reading,
-  // writing, copying, comparing and destroying a value recurse once per
-  // level; 1000 levels keep that well inside the smallest usual thread stack
-  // (and inside the larger frames of a sanitizer build), while real requests
-  // nest a handful of levels.
-  static constexpr int kMaxNestingDepth = 1000;
+  // Deepest nesting of values that fromXml accepts (the outermost value
+  // counts as one). Reading, writing, copying, comparing and destroying a
+  // value recurse once per level: measured, 256 levels take under 100 KB of
+  // stack in an optimised build and about 320 KB in the unoptimised
+  // sanitizer build, far inside the 8 MB stack the dispatcher runs on and
+  // common thread stacks, while real requests nest a handful of levels.
+  static constexpr int kMaxNestingDepth = 256;
 
   XmlRpcValue() noexcept : _type(TypeInvalid) { _value.asBinary = nullptr; }
   XmlRpcValue(bool value) noexcept : _type(TypeBoolean) {
