@@ -51,11 +51,15 @@ def read(path):
         return ""
 
 
-def wait_for(condition, limit=WAIT_LIMIT):
+def wait_for(condition, process=None, limit=WAIT_LIMIT):
+    """Waits until condition() holds; gives up early once process (if
+    given) has ended, since nothing more will come."""
     deadline = time.monotonic() + limit
     while time.monotonic() < deadline:
         if condition():
             return True
+        if process is not None and process.poll() is not None:
+            break
         time.sleep(0.05)
     return condition()
 
@@ -89,7 +93,15 @@ class LoggingBlackBox(unittest.TestCase):
         server = self.ns.popen([SERVER, "--usecfg", cfg], stdout=out, stderr=err,
                                stdin=subprocess.DEVNULL)
         self.addCleanup(self.stop, server)
+        self.server = server
         return server
+
+    def wait_for(self, condition):
+        """wait_for, giving up when the server has ended."""
+        return wait_for(condition, self.server)
+
+    def said(self):
+        return "stdout:\n%s\nstderr:\n%s" % (read(self.out_path), read(self.err_path))
 
     @staticmethod
     def stop(process):
@@ -106,8 +118,8 @@ class LoggingBlackBox(unittest.TestCase):
                             stderr=subprocess.DEVNULL)
         self.addCleanup(self.stop, sim)
         self.start_server()
-        self.assertTrue(wait_for(lambda: "wrong protocol version" in read(self.err_path)),
-                        read(self.err_path))
+        self.assertTrue(self.wait_for(lambda: "wrong protocol version" in read(self.err_path)),
+                        self.said())
         out, err = read(self.out_path), read(self.err_path)
         # Debug on standard output, Error on standard error; each line whole.
         self.assertRegex(out, "^" + STARTING_UP_CONSOLE)
@@ -120,27 +132,28 @@ class LoggingBlackBox(unittest.TestCase):
         self.start_server(**{"log-to-file": "true", "log-to-file-report-verbosity": "7",
                              "log-directory": logs})
         log_file = os.path.join(logs, "XMLRPCServer.log")
-        self.assertTrue(wait_for(lambda: "Starting up" in read(log_file)), read(self.err_path))
+        self.assertTrue(self.wait_for(lambda: "Starting up" in read(log_file)),
+                        self.said())
         self.assertRegex(read(log_file), "^" + STAMP + r" \(debug\) Starting up\n")
         # The reports of the platform libraries arrive too: the proxy link's.
-        self.assertTrue(wait_for(lambda: "(debug) cannot connect" in read(log_file)),
-                        read(log_file))
+        self.assertTrue(self.wait_for(lambda: "(debug) cannot connect" in read(log_file)),
+                        self.said())
         self.assertEqual(sorted(os.listdir(logs)), ["XMLRPCServer.log"])
 
     def test_no_file_when_file_logging_is_off(self):
         logs = self.path("logs")
         self.start_server(**{"log-to-file": "false", "log-to-file-report-verbosity": "7",
                              "log-directory": logs})
-        self.assertTrue(wait_for(lambda: "cannot connect" in read(self.out_path)),
-                        read(self.out_path) + read(self.err_path))
+        self.assertTrue(self.wait_for(lambda: "cannot connect" in read(self.out_path)),
+                        self.said())
         self.assertFalse(os.path.exists(logs))
 
     def test_file_verbosity_filters_lines(self):
         logs = self.path("logs")
         self.start_server(**{"log-to-file": "true", "log-to-file-report-verbosity": "6",
                              "log-directory": logs})
-        self.assertTrue(wait_for(lambda: "cannot connect" in read(self.out_path)),
-                        read(self.out_path) + read(self.err_path))
+        self.assertTrue(self.wait_for(lambda: "cannot connect" in read(self.out_path)),
+                        self.said())
         # The file exists from set-up on, but no Debug line passes 6.
         self.assertEqual(read(os.path.join(logs, "XMLRPCServer.log")), "")
 
@@ -148,7 +161,8 @@ class LoggingBlackBox(unittest.TestCase):
         logs = self.path("logs")
         self.start_server(**{"stdout-stderr-re-direct": "true", "log-directory": logs})
         target = os.path.join(logs, "XMLRPCServer.stdout")
-        self.assertTrue(wait_for(lambda: "cannot connect" in read(target)), read(target))
+        self.assertTrue(self.wait_for(lambda: "cannot connect" in read(target)),
+                        self.said())
         self.assertRegex(read(target), "^" + STARTING_UP_CONSOLE)
         time.sleep(SETTLE)
         self.assertEqual(read(self.out_path), "")
@@ -177,7 +191,8 @@ class LoggingBlackBox(unittest.TestCase):
         sock.setblocking(False)
         overlay = self.path("overlay")
         script = ("set -e; mount -t tmpfs tmpfs {o}; mkdir {o}/upper {o}/work; "
-                  "mount -t overlay overlay -o lowerdir=/dev,upperdir={o}/upper,workdir={o}/work /dev; "
+                  "mount -t overlay overlay"
+                  " -o lowerdir=/dev,upperdir={o}/upper,workdir={o}/work /dev; "
                   "rm -f /dev/log; touch /dev/log; mount --bind {s} /dev/log").format(
                       o=overlay, s=sock_path)
         os.mkdir(overlay)
@@ -202,7 +217,8 @@ class LoggingBlackBox(unittest.TestCase):
         log_file = os.path.join(logs, "XMLRPCServer.log")
         # The system log is served before the file: once the file has the
         # line, the datagram has been sent.
-        self.assertTrue(wait_for(lambda: "Starting up" in read(log_file)), read(self.err_path))
+        self.assertTrue(self.wait_for(lambda: "Starting up" in read(log_file)),
+                        self.said())
         got = self.datagrams(sock)
         self.assertTrue(got, "nothing arrived at /dev/log")
         match = re.match(r"<(\d+)>.{15} Corvane XMLRPCServer\[(\d+)\]: (.*)$", got[0])
@@ -217,7 +233,8 @@ class LoggingBlackBox(unittest.TestCase):
                              "log-to-file": "true", "log-to-file-report-verbosity": "7",
                              "log-directory": logs})
         log_file = os.path.join(logs, "XMLRPCServer.log")
-        self.assertTrue(wait_for(lambda: "cannot connect" in read(log_file)), read(log_file))
+        self.assertTrue(self.wait_for(lambda: "cannot connect" in read(log_file)),
+                        self.said())
         self.assertEqual(self.datagrams(sock), [])
 
 
