@@ -160,8 +160,9 @@ TEST(XmlRpcValueWriter, AnotherDoubleFormatCanBeSet) {
 TEST(XmlRpcValueWriter, NumbersKeepADecimalPointUnderAnotherLocale) {
   // A German locale (decimal comma) is compiled into a private directory, so
   // the test does not depend on the locales installed on the machine.
-  char dirTemplate[] = "/tmp/xmlrpc-locale-XXXXXX";
-  const char* dir = mkdtemp(dirTemplate);
+  std::string dirTemplate =
+      (std::filesystem::temp_directory_path() / "xmlrpc-locale-XXXXXX").string();
+  const char* dir = mkdtemp(dirTemplate.data());
   ASSERT_NE(dir, nullptr);
   const std::string command =
       std::string("localedef -i de_DE -f UTF-8 ") + dir + "/de_DE.UTF-8 >/dev/null 2>&1";
