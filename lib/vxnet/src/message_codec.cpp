@@ -95,8 +95,8 @@ void append_frame(std::string& out, const message& m) {
 }
 
 message decode_message(std::string_view body) {
-  const auto handle = detail::parse_object(body);
-  const msgpack::object& o = handle.get();
+  msgpack::zone zone;
+  const msgpack::object o = detail::parse_object(body, zone);
   if (o.type != msgpack::type::ARRAY || o.via.array.size == 0) fail("not a message array");
   const auto& a = o.via.array;
   const std::uint64_t kind = as_uint(a.ptr[0], "message kind");

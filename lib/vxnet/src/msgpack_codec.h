@@ -43,7 +43,9 @@ void pack_property(writer& w, const vxcore::property* value, std::size_t depth =
 vxcore::property_ptr unpack_property(const msgpack::object& o, std::size_t depth = 0);
 
 // Parses bytes as exactly one msgpack object under the limits of the wire
-// form. Throws protocol_error on malformed or trailing bytes.
-msgpack::object_handle parse_object(std::string_view bytes);
+// form. Strings and byte strings of the object point into bytes, and its
+// containers live in zone: both must outlive the object. Throws
+// protocol_error on malformed or trailing bytes.
+msgpack::object parse_object(std::string_view bytes, msgpack::zone& zone);
 
 }  // namespace vxnet::vxp::detail

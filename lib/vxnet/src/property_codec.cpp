@@ -210,9 +210,11 @@ vxcore::property_ptr unpack_property(const msgpack::object& o, std::size_t depth
       auto map = vxbase::make_refcount<vxcore::properties>(v.via.boolean);
       for (std::uint32_t i = 0; i < entries.via.map.size; ++i) {
         const auto& kv = entries.via.map.ptr[i];
-        std::string key = as_text(kv.key, "properties key");
-        if (map->is_present(key)) fail("properties key \"" + key + "\" appears twice");
-        map->set(key, unpack_property(kv.val, depth + 1));
+        const std::size_t before = map->size();
+        vxcore::property_ptr& slot = (*map)[as_text(kv.key, "properties key")];
+        if (map->size() == before)
+          fail("properties key \"" + as_text(kv.key, "") + "\" appears twice");
+        slot = unpack_property(kv.val, depth + 1);
       }
       return map;
     }
@@ -230,7 +232,7 @@ vxcore::property_ptr unpack_property(const msgpack::object& o, std::size_t depth
   }
 }
 
-msgpack::object_handle parse_object(std::string_view bytes) {
+msgpack::object parse_object(std::string_view bytes, msgpack::zone& zone) {
   // Every declared item takes at least one byte, so no honest container
   // declares more items than the bytes there are.
   const std::size_t items = std::min(bytes.size(), max_container_items);
@@ -238,10 +240,13 @@ msgpack::object_handle parse_object(std::string_view bytes) {
   // container inside it); the message envelope adds two more.
   const msgpack::unpack_limit limit(items, items, bytes.size(), bytes.size(), 0,
                                     2 * max_property_depth + 4);
+  // Texts and bytes are referred to in place, not copied into the zone: the
+  // decoder copies each once, into its property.
+  const auto in_place = [](msgpack::type::object_type, std::size_t, void*) { return true; };
   std::size_t offset = 0;
-  msgpack::object_handle handle;
+  msgpack::object object;
   try {
-    handle = msgpack::unpack(bytes.data(), bytes.size(), offset, nullptr, nullptr, limit);
+    object = msgpack::unpack(zone, bytes.data(), bytes.size(), offset, in_place, nullptr, limit);
   } catch (const msgpack::insufficient_bytes&) {
     throw protocol_error("truncated msgpack data");
   } catch (const std::bad_alloc&) {
@@ -251,7 +256,7 @@ msgpack::object_handle parse_object(std::string_view bytes) {
   }
   if (offset != bytes.size())
     throw protocol_error(std::to_string(bytes.size() - offset) + " stray bytes after the data");
-  return handle;
+  return object;
 }
 
 }  // namespace detail
@@ -264,8 +269,8 @@ std::string encode_property(const vxcore::property_ptr& value) {
 }
 
 vxcore::property_ptr decode_property(std::string_view bytes) {
-  const auto handle = detail::parse_object(bytes);
-  return detail::unpack_property(handle.get());
+  msgpack::zone zone;
+  return detail::unpack_property(detail::parse_object(bytes, zone));
 }
 
 }  // namespace vxnet::vxp
