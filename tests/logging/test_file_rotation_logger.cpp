@@ -151,6 +151,35 @@ TEST(FileRotationLogger, NewLimitsTakeEffectOnAnOpenFile) {
   EXPECT_EQ(file_content(dir / "XMLRPCServer.log"), numbered_line(40));
 }
 
+TEST(FileRotationLogger, FilesBeyondALoweredNumberAreDeletedAtTheFirstWrite) {
+  temp_dir dir;
+  // Left by an earlier run that kept 5 files.
+  for (const char* name : {"XMLRPCServer.log", "XMLRPCServer.1.log", "XMLRPCServer.2.log",
+                           "XMLRPCServer.3.log", "XMLRPCServer.4.log"}) {
+    std::ofstream(dir / name) << name << "\n";
+  }
+  vxcore::file_rotation_logger logger(dir / "XMLRPCServer.log");
+  logger.set_max_num_files(3);
+  ASSERT_TRUE(logger.write("this run\n"));
+  EXPECT_EQ(file_names(dir.path()), (std::set<std::string>{"XMLRPCServer.log", "XMLRPCServer.1.log",
+                                                           "XMLRPCServer.2.log"}));
+  EXPECT_EQ(file_content(dir / "XMLRPCServer.2.log"), "XMLRPCServer.2.log\n");
+  EXPECT_EQ(file_content(dir / "XMLRPCServer.log"), "XMLRPCServer.log\nthis run\n");
+}
+
+TEST(FileRotationLogger, TheDefaultsDeleteNothingBeforeTheConfiguredNumberIsSet) {
+  temp_dir dir;
+  std::set<std::string> names{"XMLRPCServer.log"};
+  for (int n = 1; n < 9; ++n) names.insert("XMLRPCServer." + std::to_string(n) + ".log");
+  for (const auto& name : names) std::ofstream(dir / name) << name << "\n";
+  // Made with the default of 5 files, then set to the configured 9.
+  vxcore::file_rotation_logger logger(dir / "XMLRPCServer.log");
+  EXPECT_EQ(file_names(dir.path()), names);
+  logger.set_max_num_files(9);
+  ASSERT_TRUE(logger.write("this run\n"));
+  EXPECT_EQ(file_names(dir.path()), names);
+}
+
 TEST(FileRotationLogger, AFileThatCannotBeOpenedLosesTheLineWithoutThrowing) {
   temp_dir dir;
   // A regular file where the directory should be: nothing can be created.

@@ -7,6 +7,7 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 namespace vxcore {
@@ -53,6 +54,7 @@ void file_rotation_logger::set_max_num_files(std::uint32_t count) {
   if (count != max_num_files_) {
     max_num_files_ = count;
     limits_changed_ = true;
+    surplus_checked_ = false;
   }
 }
 
@@ -71,7 +73,25 @@ bool file_rotation_logger::open() noexcept {
   }
 }
 
+void file_rotation_logger::remove_surplus_files() noexcept {
+  surplus_checked_ = true;
+  try {
+    for (std::uint64_t index = max_num_files_;; ++index) {
+      const std::string name = spdlog::sinks::rotating_file_sink_st::calc_filename(
+          path_, static_cast<std::size_t>(index));
+      if (std::remove(name.c_str()) != 0) return;
+    }
+  } catch (...) {
+    // Out of memory for a name: the surplus stays, logging goes on.
+  }
+}
+
 bool file_rotation_logger::write(std::string_view text) noexcept {
+  // Not at construction: the limits of the configuration are set just
+  // after it, and the defaults must not delete files that they keep.
+  if (!surplus_checked_) {
+    remove_surplus_files();
+  }
   if (!sink_ || limits_changed_) {
     if (!sink_ && !limits_changed_ && std::chrono::steady_clock::now() < next_open_try_) {
       return false;

@@ -16,7 +16,9 @@ namespace vxcore {
 // (the one before) and "dir/XMLRPCServer.2.log" (the oldest kept).
 //
 // Lines are written exactly as given and flushed at once, so a line is on
-// disk even when the process aborts right after writing it. The logger never
+// disk even when the process aborts right after writing it. Rotated files
+// beyond the number of files (left by an earlier, larger setting) are
+// deleted at the first write under the new number. The logger never
 // throws after construction: a file that cannot be opened, written or
 // rotated loses the line, and the logger tries again later.
 class file_rotation_logger {
@@ -59,11 +61,16 @@ class file_rotation_logger {
   // cannot be opened; the next try waits for reopen_delay.
   bool open() noexcept;
 
+  // Deletes "name.N.log", "name.N+1.log", ... for N = the number of files,
+  // up to the first that does not exist.
+  void remove_surplus_files() noexcept;
+
   std::string path_;
   std::uint64_t max_file_size_ = default_max_file_size;
   std::uint32_t max_num_files_ = default_max_num_files;
-  std::unique_ptr<sink> sink_;   // null while the file is not open
-  bool limits_changed_ = false;  // the open sink has the old limits
+  std::unique_ptr<sink> sink_;    // null while the file is not open
+  bool limits_changed_ = false;   // the open sink has the old limits
+  bool surplus_checked_ = false;  // surplus files looked for under these limits
   std::chrono::steady_clock::time_point next_open_try_{};
 };
 
