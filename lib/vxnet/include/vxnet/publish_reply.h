@@ -6,9 +6,10 @@
 namespace vxnet {
 
 // Told by vxnet::service whenever its announcement comes up or goes down.
-// Calls arrive on the publication's own thread, one at a time, never after
-// the service object's destructor has returned; they must not block for long
-// and must not destroy the service object.
+// Calls arrive one at a time on the publication's own thread (or inside the
+// service's constructor when its thread cannot even start), never after the
+// service object's destructor has returned; they must not block for long and
+// must not destroy the service object.
 class publish_reply {
  public:
   virtual ~publish_reply() = default;
