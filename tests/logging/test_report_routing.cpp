@@ -2,11 +2,16 @@
 // filter, system log, rotating file, fatal reports, re-direction.
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <boost/filesystem.hpp>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -446,6 +451,38 @@ TEST_F(ReportRouting, SystemLogOffTakesNothingWhateverTheVerbosityAndIsReadForEv
   });
   if (!captured.ran) GTEST_SKIP() << captured.why_not;
   expect_events(captured, {{LOG_WARNING, "Corvane XMLRPCServer general Warning: while on"}});
+}
+
+TEST_F(ReportRouting, TheConsoleIsServedBeforeTheSystemLog) {
+  const auto config =
+      logging_config({{"system-log", boolean(true)}, {"system-log-report-verbosity", integer(7)}});
+  const auto captured = capture_syslog([&] {
+    // Standard output becomes a datagram socket connected to the same
+    // /dev/log: console lines and system log events then queue up in one
+    // place, in the order they were written.
+    const int console = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "/dev/log");
+    if (console < 0 ||
+        ::connect(console, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::dup2(console, STDOUT_FILENO) < 0) {
+      std::_Exit(126);
+    }
+    report(*config, nullptr, "XMLRPCServer", kind::general, 6, "first");
+    report(*config, nullptr, "XMLRPCServer", kind::general, 6, "second");
+  });
+  if (!captured.ran) GTEST_SKIP() << captured.why_not;
+  ASSERT_EQ(captured.status, 0);
+  ASSERT_EQ(captured.datagrams.size(), 4u);
+  EXPECT_TRUE(
+      matches(captured.datagrams[0], console_line("Corvane XMLRPCServer general Info", "first")));
+  EXPECT_EQ(parse_syslog_datagram(captured.datagrams[1]).text,
+            "Corvane XMLRPCServer general Info: first");
+  EXPECT_TRUE(
+      matches(captured.datagrams[2], console_line("Corvane XMLRPCServer general Info", "second")));
+  EXPECT_EQ(parse_syslog_datagram(captured.datagrams[3]).text,
+            "Corvane XMLRPCServer general Info: second");
 }
 
 TEST_F(ReportRouting, AFailingSystemLogLeavesConsoleAndFileIntact) {
