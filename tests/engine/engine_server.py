@@ -136,6 +136,19 @@ def closed_by_peer(sock):
         return True
 
 
+def read_until_closed(sock):
+    """Reads and discards whatever the server still sends; True once it has
+    closed its end, False if it keeps the connection open past the time-out."""
+    try:
+        while sock.recv(65536):
+            pass
+        return True
+    except ConnectionResetError:
+        return True
+    except socket.timeout:
+        return False
+
+
 def wait_until(predicate, timeout=IO_TIMEOUT, step=0.05):
     end = time.monotonic() + timeout
     while time.monotonic() < end:

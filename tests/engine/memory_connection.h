@@ -13,6 +13,9 @@ namespace XmlRpcTest {
 
 class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
  public:
+  // Bytes one read takes at most, as XmlRpcSocket::nbRead does.
+  static constexpr size_t kChunk = 4095;
+
   explicit MemoryConnection(XmlRpc::XmlRpcServer* server)
       : XmlRpc::XmlRpcServerConnection(-1, server, false) {}
 
@@ -30,20 +33,28 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
   // One readable event, as the dispatcher would deliver it.
   unsigned event() { return handleEvent(XmlRpc::XmlRpcDispatch::ReadableEvent); }
 
+  // Bytes fed but not read by the connection yet.
+  size_t pending() const { return input_.size(); }
+
   // Everything the connection has sent so far.
   const std::string& output() const { return output_; }
   void clearOutput() { output_.clear(); }
 
  protected:
-  bool readAvailable(std::string& s, bool* eof) override {
+  // Like a socket read in chunks of kChunk bytes: stops at the first chunk
+  // that reaches `maxSize`.
+  bool readAvailable(std::string& s, bool* eof, size_t maxSize) override {
     if (failRead_) {
       failRead_ = false;
       errno = ECONNRESET;
       return false;
     }
-    s += input_;
-    input_.clear();
-    *eof = eof_;
+    while (!input_.empty() && s.size() < maxSize) {
+      size_t n = std::min(input_.size(), kChunk);
+      s.append(input_, 0, n);
+      input_.erase(0, n);
+    }
+    *eof = eof_ && input_.empty();
     errno = EAGAIN;
     return true;
   }

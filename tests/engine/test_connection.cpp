@@ -443,3 +443,31 @@ TEST_F(ConnectionTest, QuietCycleAtVerbosityZero) {
   roundTrip(httpPost(methodCall("echo", {kInt42})));
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
+
+TEST_F(ConnectionTest, BodyReadStopsAtTheAnnouncedLength) {
+  std::string request = httpPost(methodCall("echo", {kInt42}));
+  size_t bodyStart = request.find("\r\n\r\n") + 4;
+  conn_.feed(request.substr(0, bodyStart + 10));
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_REQUEST);
+  // The rest of the body and, far behind it, the next request: only the
+  // reads needed for the body are taken, the rest is the next request.
+  std::string filler(3 * MemoryConnection::kChunk, ' ');
+  conn_.feed(request.substr(bodyStart + 10) + filler + request);
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
+  conn_.clearOutput();
+  EXPECT_EQ(conn_.event(), kRead);  // the blanks lead the next header
+  EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(ConnectionTest, FloodedHeaderIsCutAtTheLimit) {
+  conn_.feed("POST / HTTP/1.1\r\n" +
+             std::string(10 * XmlRpcServerConnection::kMaxHeaderBytes, 'x'));
+  EXPECT_EQ(conn_.event(), kClose);
+  // Reading stopped just past the limit instead of taking in everything.
+  EXPECT_GT(conn_.pending(), 8u * XmlRpcServerConnection::kMaxHeaderBytes);
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0].rfind("XmlRpcServerConnection::readHeader: header too long", 0),
+            0u);
+}

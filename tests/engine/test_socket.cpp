@@ -138,3 +138,18 @@ TEST(Socket, ListenAcceptAndConnectOnLoopback) {
   XmlRpcSocket::close(client);
   XmlRpcSocket::close(listener);
 }
+
+TEST(Socket, NbReadStopsOnceTheLimitIsReached) {
+  SocketPair pair;
+  ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
+  const std::string sent(20000, 'q');
+  ASSERT_EQ(::write(pair.a, sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
+  std::string s;
+  bool eof = true;
+  EXPECT_TRUE(XmlRpcSocket::nbRead(pair.b, s, &eof, 5000));
+  EXPECT_FALSE(eof);
+  EXPECT_GE(s.size(), 5000u);
+  EXPECT_LT(s.size(), sent.size());  // the rest is still in the socket
+  EXPECT_TRUE(XmlRpcSocket::nbRead(pair.b, s, &eof));
+  EXPECT_EQ(s, sent);
+}

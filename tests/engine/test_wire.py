@@ -2,13 +2,17 @@
 live xmlrpc-test-server over loopback."""
 
 import socket
+import threading
 import time
 import unittest
 
 from engine_server import (TestServer, closed_by_peer, connect, expected_response,
-                           fault_body, http_post, method_call, read_response, result_body)
+                           fault_body, http_post, method_call, read_response, read_until_closed,
+                           result_body)
 
 INT42 = "<value><i4>42</i4></value>"
+# Longest a flooding client keeps sending when the server does not stop it.
+FLOOD_SECONDS = 3
 ECHO42 = method_call("echo", INT42)
 ECHO42_RESPONSE = expected_response(result_body(
     "<value><array><data>%s</data></array></value>" % INT42))
@@ -160,6 +164,43 @@ class WireTest(unittest.TestCase):
         self.assertTrue(closed_by_peer(s))
         self.assertIn("XmlRpcServerConnection::readRequest: EOF while reading request\n",
                       self.errors())
+
+    # --- hostile clients ---
+
+    def flood(self, prefix):
+        """Sends `prefix`, then bytes as fast as possible for at most
+        FLOOD_SECONDS or until the server drops the connection, while normal
+        calls on another connection must still be answered."""
+        s = self.sock()
+        stop = threading.Event()
+
+        def pour():
+            chunk = b"x" * 65536
+            end = time.monotonic() + FLOOD_SECONDS
+            try:
+                s.sendall(prefix)
+                while not stop.is_set() and time.monotonic() < end:
+                    s.sendall(chunk)
+            except OSError:
+                pass  # dropped by the server: what the test wants
+
+        flooder = threading.Thread(target=pour)
+        flooder.start()
+        try:
+            calm = self.sock()
+            for _ in range(20):
+                self.assertEqual(self.exchange(http_post(ECHO42), calm), ECHO42_RESPONSE)
+        finally:
+            flooder.join()
+            stop.set()
+        self.assertTrue(read_until_closed(s))
+        self.assertIn("XmlRpcServerConnection::readHeader: header too long", self.errors())
+
+    def test_flooded_header_is_dropped(self):
+        self.flood(b"POST / HTTP/1.1\r\nX-Flood: ")
+
+    def test_flood_behind_a_short_body_is_dropped(self):
+        self.flood(b"POST / HTTP/1.1\r\nContent-length: 100\r\n\r\n")
 
 
 class LoggingTest(unittest.TestCase):

@@ -90,8 +90,8 @@ unsigned XmlRpcServerConnection::handleEvent(unsigned /*eventType*/) {
                                             : XmlRpcDispatch::ReadableEvent;
 }
 
-bool XmlRpcServerConnection::readAvailable(std::string& s, bool* eof) {
-  return XmlRpcSocket::nbRead(getfd(), s, eof);
+bool XmlRpcServerConnection::readAvailable(std::string& s, bool* eof, size_t maxSize) {
+  return XmlRpcSocket::nbRead(getfd(), s, eof, maxSize);
 }
 
 bool XmlRpcServerConnection::writeAvailable(const std::string& s, int* bytesSoFar) {
@@ -100,7 +100,8 @@ bool XmlRpcServerConnection::writeAvailable(const std::string& s, int* bytesSoFa
 
 bool XmlRpcServerConnection::readHeader() {
   bool eof = false;
-  if (!readAvailable(_header, &eof)) {
+  // One byte over the limit is enough to tell a header that is too long.
+  if (!readAvailable(_header, &eof, kMaxHeaderBytes + 1)) {
     // A connection that never sent anything is dropped silently.
     if (!_header.empty()) {
       XmlRpcUtil::error("XmlRpcServerConnection::readHeader: error while reading header (%s).",
@@ -210,7 +211,9 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
 bool XmlRpcServerConnection::readRequest() {
   if (_request.length() < static_cast<size_t>(_contentLength)) {
     bool eof = false;
-    if (!readAvailable(_request, &eof)) {
+    // Reading stops once the announced length is in (bytes that came along
+    // in the same read stay); the rest waits in the socket.
+    if (!readAvailable(_request, &eof, static_cast<size_t>(_contentLength))) {
       XmlRpcUtil::error("XmlRpcServerConnection::readRequest: read error (%s).",
                         XmlRpcSocket::getErrorMsg().c_str());
       return false;

@@ -82,10 +82,10 @@ bool XmlRpcSocket::connect(int fd, const std::string& host, int port) {
   return result == 0 || nonFatalError();
 }
 
-bool XmlRpcSocket::nbRead(int fd, std::string& s, bool* eof) {
+bool XmlRpcSocket::nbRead(int fd, std::string& s, bool* eof, size_t maxSize) {
   char buffer[kReadBufferSize];
   *eof = false;
-  while (!*eof) {
+  while (!*eof && s.size() < maxSize) {
     ssize_t n = ::recv(fd, buffer, kReadBufferSize - 1, 0);
     XmlRpcUtil::log(5, "XmlRpcSocket::nbRead: read/recv returned %d.", static_cast<int>(n));
     if (n > 0) {

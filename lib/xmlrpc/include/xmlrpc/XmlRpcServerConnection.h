@@ -47,7 +47,7 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // The transport: the connection's socket unless a subclass feeds the
   // request path from elsewhere (tests, the fuzzer). Same contracts as
   // XmlRpcSocket::nbRead and XmlRpcSocket::nbWrite.
-  virtual bool readAvailable(std::string& s, bool* eof);
+  virtual bool readAvailable(std::string& s, bool* eof, size_t maxSize);
   virtual bool writeAvailable(const std::string& s, int* bytesSoFar);
 
   // The state functions; false means "close the connection".

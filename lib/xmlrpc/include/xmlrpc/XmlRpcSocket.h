@@ -27,8 +27,10 @@ class XmlRpcSocket {
 
   // Appends everything readable now to `s`, until the socket would block or
   // the peer has closed (then *eof is true). False on a real error; bytes
-  // read before it stay in `s`.
-  static bool nbRead(int fd, std::string& s, bool* eof);
+  // read before it stay in `s`. With `maxSize` it also stops once `s` holds
+  // that many bytes or more, so a peer that sends faster than it is read
+  // cannot keep the call going.
+  static bool nbRead(int fd, std::string& s, bool* eof, size_t maxSize = std::string::npos);
   // Sends the rest of `s` from *bytesSoFar on, advancing *bytesSoFar, until
   // all is out or the socket would block. False on a real error.
   static bool nbWrite(int fd, const std::string& s, int* bytesSoFar);
