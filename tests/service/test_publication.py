@@ -13,6 +13,7 @@ import sys
 import threading
 import time
 import unittest
+import xml.etree.ElementTree as ElementTree
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import avahi_sandbox  # noqa: E402
@@ -251,9 +252,7 @@ def write_server_config(sandbox, port=None, active=None, publish=None):
     made = subprocess.run([SERVER, "--cfg"], capture_output=True, text=True, timeout=30)
     if made.returncode != 0:
         raise RuntimeError("XMLRPCServer --cfg failed: %s" % made.stderr)
-    text = made.stdout
-    import xml.etree.ElementTree as ElementTree
-    root = ElementTree.fromstring(text)
+    root = ElementTree.fromstring(made.stdout)
     # Keep the test's runs out of the machine's system log.
     _find_section(root, ["logging", "system-log"]).text = "false"
     xmlrpc = _find_section(root, ["services", "xmlrpc"])
