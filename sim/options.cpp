@@ -30,6 +30,17 @@ std::optional<options> parse_options(int argc, const char* const* argv, std::str
       name = arg.substr(0, eq);
       value = arg.substr(eq + 1);
     }
+    if (name == "--record") {
+      if (!value) {
+        if (i + 1 >= argc) {
+          error = "--record needs a file name";
+          return std::nullopt;
+        }
+        value = argv[++i];
+      }
+      o.record = std::string(*value);
+      continue;
+    }
     unsigned long long max = 0;
     if (name == "--port")
       max = std::numeric_limits<std::uint16_t>::max();
@@ -71,6 +82,7 @@ const char* usage() noexcept {
          "  --protocol N    protocol version to announce in the hello (default: this build's)\n"
          "  --delay-ms N    hold every reply back N milliseconds\n"
          "  --drop-after N  close a link, unanswered, when its packet N+1 arrives\n"
+         "  --record FILE   append one JSON line per command received to FILE\n"
          "  -h, --help      this text\n";
 }
 

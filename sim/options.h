@@ -17,6 +17,7 @@ struct options {
   std::uint32_t protocol = vxnet::vxp::protocol_version;
   unsigned delay_ms = 0;               // every reply waits this long
   std::optional<unsigned> drop_after;  // close a link when packet N+1 arrives
+  std::string record;                  // file to append a JSON line per command to
   bool help = false;
 };
 

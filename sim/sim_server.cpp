@@ -16,6 +16,8 @@
 
 #include <vxcore/property_values.h>
 
+#include "json_render.h"
+
 namespace sim {
 namespace {
 
@@ -66,9 +68,15 @@ sim_server::sim_server(const options& opts, const command_registry& registry)
 sim_server::~sim_server() {
   for (auto& c : clients_) ::close(c->fd);
   if (listen_fd_ >= 0) ::close(listen_fd_);
+  if (record_) std::fclose(record_);
 }
 
 std::uint16_t sim_server::listen() {
+  if (!opts_.record.empty()) {
+    record_ = std::fopen(opts_.record.c_str(), "a");
+    if (!record_)
+      throw std::runtime_error("cannot open " + opts_.record + ": " + std::strerror(errno));
+  }
   listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (listen_fd_ < 0) throw std::runtime_error(std::string("socket: ") + std::strerror(errno));
   const int one = 1;
@@ -193,6 +201,11 @@ bool sim_server::handle(client& c, message&& m) {
     return false;
   }
   if (m.kind != message_kind::request) return true;  // notices and stray replies: nothing to do
+  if (record_) {
+    // One line per command, flushed at once so a reader sees it before the reply.
+    std::fprintf(record_, "%s\n", record_line(c.number, m.id, m.body).c_str());
+    std::fflush(record_);
+  }
   std::string frames = answer(m);
   if (opts_.delay_ms > 0) {
     c.later.push_back({now_ms() + opts_.delay_ms, std::move(frames)});

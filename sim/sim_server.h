@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <deque>
 #include <memory>
 #include <string>
@@ -27,8 +28,9 @@ class sim_server {
   sim_server(const sim_server&) = delete;
   sim_server& operator=(const sim_server&) = delete;
 
-  // Binds and listens on 127.0.0.1 at the configured port; returns the port
-  // in use. Throws std::runtime_error when that is not possible.
+  // Opens the --record file, binds and listens on 127.0.0.1 at the
+  // configured port; returns the port in use. Throws std::runtime_error
+  // when that is not possible.
   std::uint16_t listen();
 
   // Serves until stop becomes non-zero. The signals in stop_signals are
@@ -64,6 +66,7 @@ class sim_server {
   options opts_;
   const command_registry& registry_;
   int listen_fd_ = -1;
+  std::FILE* record_ = nullptr;  // the --record file, when given
   std::uint64_t accepted_ = 0;
   std::vector<std::unique_ptr<client>> clients_;
 };

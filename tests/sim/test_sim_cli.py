@@ -1,10 +1,12 @@
 """ClientProxySim from the outside: its command line, and raw vxp bytes over
 loopback, including clients that misbehave."""
 
+import json
 import os
 import re
 import signal
 import subprocess
+import tempfile
 import unittest
 
 import vxp_raw
@@ -143,6 +145,43 @@ class RawProtocol(unittest.TestCase):
             link.send(vxp_raw.request(3, "proxy.general.version"))
             self.assertIsNone(link.read_message())
             link.close()
+
+    def test_record_writes_one_json_line_per_command(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            record = os.path.join(tmp, "record.jsonl")
+            with running_sim("--record", record) as sim:
+                link = sim.connect()
+                payload = {
+                    "text": [1, 'say "hi"\n'],
+                    "path": [7, "media/a b.mxf"],
+                    "utf8": [1, "caf\u00e9"],
+                    "not-utf8": [1, "caf\udce9"],  # the lone byte 0xe9
+                    "int": [4, -(2**63)],
+                    "real": [6, float("nan")],
+                    "bool": [3, True],
+                    "bytes": [2, b"\x00\xff"],
+                    "null": None,
+                    "list": [8, [[4, 1], None, [8, []]]],
+                    "map": [9, False, {"inner": [1, "x"]}],
+                    "version": [10, [7, 0, 1, 2]],
+                }
+                link.send(vxp_raw.request(3, "proxy.sim.echo", payload))
+                self.assertEqual(link.read_message()[1], 3)
+                link.send(vxp_raw.request(4, "proxy.general.version"))
+                self.assertEqual(link.read_message()[1], 4)
+                link.close()
+            with open(record, encoding="utf-8") as f:
+                lines = [json.loads(line) for line in f]
+        self.assertEqual(len(lines), 2)
+        first = lines[0]
+        self.assertEqual((first["client"], first["id"], first["type"], first["command"]),
+                         (1, 3, 2, "proxy.sim.echo"))
+        self.assertEqual(first["properties"], {
+            "text": 'say "hi"\n', "path": "media/a b.mxf", "utf8": "caf\u00e9",
+            "not-utf8": "caf\u00e9", "int": -(2**63), "real": "nan",
+            "bool": True, "bytes": {"binary": "00ff"}, "null": None, "list": [1, None, []],
+            "map": {"inner": "x"}, "version": "7.0.1.2"})
+        self.assertEqual(lines[1]["properties"], {})
 
     def test_sigint_stops_cleanly(self):
         sim = running_sim()

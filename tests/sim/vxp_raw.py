@@ -24,7 +24,7 @@ def pack(value):
     if isinstance(value, float):
         return b"\xcb" + struct.pack(">d", value)
     if isinstance(value, str):
-        raw = value.encode()
+        raw = value.encode("utf-8", "surrogateescape")  # lone surrogates: raw bytes
         return b"\xdb" + struct.pack(">I", len(raw)) + raw
     if isinstance(value, bytes):
         return b"\xc6" + struct.pack(">I", len(value)) + value
