@@ -82,8 +82,10 @@ def call(ns, method, *params):
     return calls(ns, [method, list(params)])[0]
 
 
-@skip_unless_root()
-class Bridge(unittest.TestCase):
+class ServerInNamespace(unittest.TestCase):
+    """XMLRPCServer in a network namespace of the class's own, with no
+    proxy yet; subclasses start the proxy they need."""
+
     @classmethod
     def setUpClass(cls):
         cls.dir = tempfile.TemporaryDirectory(prefix="bridge-")
@@ -119,6 +121,10 @@ class Bridge(unittest.TestCase):
                 return
             time.sleep(0.1)
         raise AssertionError("server not listening")
+
+
+@skip_unless_root()
+class Bridge(ServerInNamespace):
 
     @classmethod
     def start_simulator(cls):
@@ -207,6 +213,99 @@ class Bridge(unittest.TestCase):
         self.assertNotIn("Malformed", json.dumps(a))
         if "error" in a["result"]:
             self.assertIn("proxy.task.create.transfer", a["result"]["error"])
+
+
+ECHO_PROXY = os.path.join(sp.BUILD, "bin", "bridge_echo_proxy")
+# The echo proxy's own lifetime: longer than this class needs, bounded.
+ECHO_LIFETIME = "100"
+
+
+@skip_unless_root()
+class SentCommands(ServerInNamespace):
+    """With a proxy that answers each request with what it received."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.sim = sp.Proc(cls.ns, [ECHO_PROXY, "40410", ECHO_LIFETIME])
+        deadline = time.monotonic() + CONNECT_TIMEOUT
+        while time.monotonic() < deadline:
+            if "command" in call(cls.ns, "getVersion").get("result", {}):
+                return
+            time.sleep(0.25)
+        cls.tearDownClass()
+        raise AssertionError("server never reached the echo proxy")
+
+    def sent(self, method, *params):
+        out = call(self.ns, method, *params)["result"]
+        self.assertEqual(set(out), {"command", "type", "payload"}, out)
+        self.assertEqual(out["type"], 2)
+        return out["command"], out["payload"]
+
+    def test_get_version_without_parameters_sends_empty_properties(self):
+        self.assertEqual(self.sent("getVersion"), ("proxy.general.version", {}))
+
+    def test_node_command_completes_the_callers_target_node_info(self):
+        command, payload = self.sent(
+            "jobPause", {"job-id": "j1", "target-node-info": {"iid": "other", "host": "alpha"}})
+        self.assertEqual(command, "proxy.node.job.pause")
+        self.assertEqual(payload, {"job-id": "j1", "target-node-info": {
+            "host": "alpha", "iid": "XMLRPC", "persistent": True}})
+
+    def test_node_command_without_target_node_info_gets_iid_and_persistent(self):
+        self.assertEqual(self.sent("nodeInfoCluster"), (
+            "proxy.node.info.cluster",
+            {"target-node-info": {"iid": "XMLRPC", "persistent": True}}))
+
+    def test_generic_command_gets_no_target_node_info(self):
+        self.assertEqual(self.sent("statusBonjour", {"cluster": "main"}),
+                         ("proxy.status.bonjour", {"cluster": "main"}))
+
+    def test_uploader_and_transfer_send_the_same_command(self):
+        params = {"destination": "/out", "overwrite": True}
+        self.assertEqual(self.sent("taskCreateUploader", params),
+                         ("proxy.task.create.transfer", params))
+        self.assertEqual(self.sent("taskCreateTransfer", params),
+                         ("proxy.task.create.transfer", params))
+
+    def test_every_method_sends_its_command(self):
+        expected = {
+            "getVersion": "proxy.general.version", "jobKill": "proxy.node.job.cancel",
+            "jobCancel": "proxy.node.job.cancel", "monitorList": "proxy.node.monitor.list",
+            "statusMonitors": "proxy.node.status.monitors",
+            "statusWatchFolders": "proxy.node.status.monitors",
+            "sourceCreateMonitor": "proxy.source.create.monitor-source",
+            "networkInfoBonjour": "proxy.network.info.bonjour",
+            "statusBonjour": "proxy.status.bonjour",
+            "monitorSetPriority": "proxy.node.monitor.set-priority",
+            "analyzeFile": "proxy.analyze.file",
+        }
+        out = calls(self.ns, *[[m, [p]] for m, p in VALID_CALLS.items()])
+        seen = {}
+        for (method, _), outcome in zip(VALID_CALLS.items(), out):
+            self.assertIn("command", outcome["result"], (method, outcome))
+            seen[method] = outcome["result"]["command"]
+        for method, command in expected.items():
+            self.assertEqual(seen[method], command, method)
+        self.assertEqual(len(set(seen.values())), 33)
+
+    def test_extra_parameters_are_ignored(self):
+        self.assertEqual(self.sent("jobResume", {"job-id": "j9"}, "more", 7, [1]),
+                         self.sent("jobResume", {"job-id": "j9"}))
+
+    def test_values_reach_the_proxy_with_their_kinds(self):
+        command, payload = self.sent("statusTasks2", {
+            "job-ids": ["a", "b"], "states": [], "max-results": 10, "offset": 0})
+        self.assertEqual(payload["job-ids"], ["a", "b"])
+        self.assertEqual(payload["states"], [])  # empty array, empty list, empty array
+        self.assertEqual(payload["max-results"], 10)
+
+    def test_datetime_member_arrives_as_a_key_without_value(self):
+        # The key is there with no value, which "name" does not allow.
+        out = call(self.ns, "taskCreateTransfer", {
+            "destination": "/out", "name": {"__datetime__": "20261122T10:00:00"}})["result"]
+        self.assertEqual(out, {"error": "Malformed method taskCreateTransfer (name: no value, "
+                                        "expected any text)"})
 
 
 if __name__ == "__main__":
