@@ -13,8 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <regex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <vxcore/ds.h>
@@ -42,22 +42,43 @@ void report(const vxcore::configuration& config, vxcore::file_rotation_logger* l
                         static_cast<vxbase::severity>(severity), message);
 }
 
-// The time stamp that starts console and file lines.
-const std::string stamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)";
+// What time stamps are replaced with before lines are compared.
+const std::string stamp = "<time>";
 
-bool matches(const std::string& text, const std::string& pattern) {
-  return std::regex_match(text, std::regex(pattern));
+// text with the time stamp that starts each line ("2026-11-22T11:19:00")
+// replaced by stamp.
+std::string unstamped(const std::string& text) {
+  static constexpr std::string_view shape = "dddd-dd-ddTdd:dd:dd";
+  std::string result;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    bool stamped = text.size() - at >= shape.size();
+    for (std::size_t i = 0; stamped && i < shape.size(); ++i) {
+      const char c = text[at + i];
+      stamped = shape[i] == 'd' ? (c >= '0' && c <= '9') : c == shape[i];
+    }
+    if (stamped) {
+      result += stamp;
+      at += shape.size();
+    }
+    const auto end = text.find('\n', at);
+    const auto next = end == std::string::npos ? text.size() : end + 1;
+    result.append(text, at, next - at);
+    at = next;
+  }
+  return result;
 }
 
-// Escapes the regex characters that headers contain.
-std::string literal(const std::string& text) {
-  static const std::regex special(R"([\[\]().*+?^$|{}\\])");
-  return std::regex_replace(text, special, R"(\$&)");
+// Whether text, time stamps aside, is expected.
+::testing::AssertionResult matches(const std::string& text, const std::string& expected) {
+  const std::string got = unstamped(text);
+  if (got == expected) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "got:\n" << got << "expected:\n" << expected;
 }
 
 // A console line as the hook writes it.
 std::string console_line(const std::string& header, const std::string& message) {
-  return stamp + " <" + literal(header) + "> " + literal(message) + "\n";
+  return stamp + " <" + header + "> " + message + "\n";
 }
 
 class ReportRouting : public ::testing::Test {
@@ -128,7 +149,7 @@ TEST_F(ReportRouting, FileLineHasThePlainSeverityNameAndNoHeader) {
   });
   ASSERT_EQ(result.exit_code(), 0);
   EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"),
-                      stamp + R"( \(error\) link lost\n)" + stamp + R"( \(debug\) Starting up\n)"))
+                      stamp + " (error) link lost\n" + stamp + " (debug) Starting up\n"))
       << file_content(dir / "XMLRPCServer.log");
   EXPECT_TRUE(
       matches(result.err, console_line("Corvane XMLRPCServer[vxnet] network Error", "link lost")))
@@ -155,8 +176,8 @@ TEST_F(ReportRouting, ConsoleLinesOnlyWhileTheFilterIsOnFileRegardless) {
   EXPECT_TRUE(matches(result.out, console_line("Corvane XMLRPCServer general Info", "while on")))
       << result.out;
   EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"),
-                      stamp + R"( \(error\) while off\n)" + stamp + R"( \(info\) while off too\n)" +
-                          stamp + R"( \(info\) while on\n)"))
+                      stamp + " (error) while off\n" + stamp + " (info) while off too\n" + stamp +
+                          " (info) while on\n"))
       << file_content(dir / "XMLRPCServer.log");
 }
 
@@ -173,9 +194,8 @@ TEST_F(ReportRouting, FileVerbosityIsReadForEveryMessage) {
   set_logging(*config, {{"log-to-file-report-verbosity", integer(3)}});
   report(*config, logger, "XMLRPCServer", kind::general, 4, "warning does not pass 3");
   report(*config, logger, "XMLRPCServer", kind::general, 3, "error passes 3");
-  EXPECT_TRUE(
-      matches(file_content(dir / "XMLRPCServer.log"),
-              stamp + R"( \(info\) info passes 6\n)" + stamp + R"( \(error\) error passes 3\n)"))
+  EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"),
+                      stamp + " (info) info passes 6\n" + stamp + " (error) error passes 3\n"))
       << file_content(dir / "XMLRPCServer.log");
 }
 
@@ -192,9 +212,8 @@ TEST_F(ReportRouting, VerbosityIsComparedAsASigned64BitNumber) {
   set_logging(*config, {{"log-to-file-report-verbosity", integer(-1)}});
   report(*config, logger, "XMLRPCServer", kind::general, 1, "alert does not pass -1");
   report(*config, logger, "XMLRPCServer", kind::general, -2, "-2 passes -1");
-  EXPECT_TRUE(matches(
-      file_content(dir / "XMLRPCServer.log"),
-      stamp + R"( \(debug\) debug passes 2\^32\n)" + stamp + R"( \(unknown\) -2 passes -1\n)"))
+  EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"),
+                      stamp + " (debug) debug passes 2^32\n" + stamp + " (unknown) -2 passes -1\n"))
       << file_content(dir / "XMLRPCServer.log");
 }
 
@@ -224,8 +243,7 @@ TEST_F(ReportRouting, FileLoggingSwitchedOffLaterKeepsTheLogger) {
   set_logging(*config, {{"log-to-file", boolean(false)}});
   EXPECT_EQ(xmlrpcs::set_up_logging(*config, logger), logger);
   report(*config, logger, "XMLRPCServer", kind::general, 3, "still logged");
-  EXPECT_TRUE(
-      matches(file_content(dir / "XMLRPCServer.log"), stamp + R"( \(error\) still logged\n)"));
+  EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"), stamp + " (error) still logged\n"));
 }
 
 TEST_F(ReportRouting, ASecondSetUpWithFileLoggingReplacesTheLogger) {
@@ -240,10 +258,8 @@ TEST_F(ReportRouting, ASecondSetUpWithFileLoggingReplacesTheLogger) {
   logger = xmlrpcs::set_up_logging(*config, logger);
   ASSERT_NE(logger, nullptr);
   report(*config, logger, "XMLRPCServer", kind::general, 3, "second");
-  EXPECT_TRUE(
-      matches(file_content(first_dir / "XMLRPCServer.log"), stamp + R"( \(error\) first\n)"));
-  EXPECT_TRUE(
-      matches(file_content(second_dir / "XMLRPCServer.log"), stamp + R"( \(error\) second\n)"));
+  EXPECT_TRUE(matches(file_content(first_dir / "XMLRPCServer.log"), stamp + " (error) first\n"));
+  EXPECT_TRUE(matches(file_content(second_dir / "XMLRPCServer.log"), stamp + " (error) second\n"));
 }
 
 TEST_F(ReportRouting, SetUpTakesTheRotationLimitsFromTheConfiguration) {
@@ -342,7 +358,7 @@ TEST_F(ReportRouting, AFatalReportServesEverySinkThenAborts) {
       matches(result.err, console_line("Corvane XMLRPCServer[vxcapi] system Fatal", "the end") +
                               "lib/vxcapi/connection:77: Aborting due to fatal report\n"))
       << result.err;
-  EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"), stamp + R"( \(fatal\) the end\n)"));
+  EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"), stamp + " (fatal) the end\n"));
 }
 
 TEST_F(ReportRouting, AFatalReportWithANullMessageAbortsWithoutWritingAnything) {
@@ -513,9 +529,8 @@ TEST_F(ReportRouting, AFailingSystemLogLeavesConsoleAndFileIntact) {
   EXPECT_TRUE(matches(file_content(out_path),
                       console_line("Corvane XMLRPCServer general Info", "still none")))
       << file_content(out_path);
-  EXPECT_TRUE(
-      matches(file_content(dir / "XMLRPCServer.log"),
-              stamp + R"( \(error\) no log daemon\n)" + stamp + R"( \(info\) still none\n)"))
+  EXPECT_TRUE(matches(file_content(dir / "XMLRPCServer.log"),
+                      stamp + " (error) no log daemon\n" + stamp + " (info) still none\n"))
       << file_content(dir / "XMLRPCServer.log");
 }
 
