@@ -112,7 +112,7 @@ class silent_bus {
   int fd_ = -1;
 };
 
-TEST(Service, RejectsAnInvalidServiceType) {
+TEST(VxnetService, RejectsAnInvalidServiceType) {
   EXPECT_THROW(vxnet::service("", 40431), vxbase::es::arg_error);
   EXPECT_THROW(vxnet::service("corvane-xmlrpc", 40431), vxbase::es::arg_error);
   try {
@@ -123,7 +123,7 @@ TEST(Service, RejectsAnInvalidServiceType) {
   }
 }
 
-TEST(Service, RejectsAnInvalidNameOrDomain) {
+TEST(VxnetService, RejectsAnInvalidNameOrDomain) {
   EXPECT_THROW(vxnet::service(kType, 40431, nullptr, ""), vxbase::es::arg_error);
   const std::string too_long(64, 'n');  // a DNS label holds at most 63 bytes
   EXPECT_THROW(vxnet::service(kType, 40431, nullptr, too_long.c_str()), vxbase::es::arg_error);
@@ -131,14 +131,14 @@ TEST(Service, RejectsAnInvalidNameOrDomain) {
                vxbase::es::arg_error);
 }
 
-TEST(Service, KeepsTypeAndPort) {
+TEST(VxnetService, KeepsTypeAndPort) {
   private_bus_address::get();
   vxnet::service published(kType, 65535);
   EXPECT_EQ(published.type(), kType);
   EXPECT_EQ(published.port(), 65535);
 }
 
-TEST(Service, WithoutASystemBusTheReplyHearsWhyAndThePublicationKeepsTrying) {
+TEST(VxnetService, WithoutASystemBusTheReplyHearsWhyAndThePublicationKeepsTrying) {
   private_bus_address::get();
   recording_reply reply;
   auto published =
@@ -156,13 +156,13 @@ TEST(Service, WithoutASystemBusTheReplyHearsWhyAndThePublicationKeepsTrying) {
   EXPECT_EQ(reply.events().size(), told);
 }
 
-TEST(Service, WithoutAReplyObjectAMissingBusIsSilent) {
+TEST(VxnetService, WithoutAReplyObjectAMissingBusIsSilent) {
   private_bus_address::get();
   vxnet::service published(kType, 40431);
   std::this_thread::sleep_for(100ms);  // let the first attempt fail
 }
 
-TEST(Service, ConstructorAndDestructorDoNotWaitForABusThatNeverAnswers) {
+TEST(VxnetService, ConstructorAndDestructorDoNotWaitForABusThatNeverAnswers) {
   const private_bus_address& bus = private_bus_address::get();
   silent_bus silent(bus.socket_path());
   recording_reply reply;

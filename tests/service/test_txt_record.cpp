@@ -12,7 +12,7 @@ namespace {
 
 using entries = std::vector<std::string>;
 
-TEST(TxtRecord, KeepsEntriesInTheOrderKeysWereFirstSet) {
+TEST(VxnetTxtRecord, KeepsEntriesInTheOrderKeysWereFirstSet) {
   vxnet::txt_record txt;
   EXPECT_TRUE(txt.empty());
   txt.set("path", "/RPC2");
@@ -22,7 +22,7 @@ TEST(TxtRecord, KeepsEntriesInTheOrderKeysWereFirstSet) {
   EXPECT_EQ(txt.entries(), (entries{"path=/RPC2", "version=7", "empty="}));
 }
 
-TEST(TxtRecord, SettingAKeyAgainReplacesItsValueInPlace) {
+TEST(VxnetTxtRecord, SettingAKeyAgainReplacesItsValueInPlace) {
   vxnet::txt_record txt;
   txt.set("a", "1");
   txt.set("ab", "2");
@@ -30,7 +30,7 @@ TEST(TxtRecord, SettingAKeyAgainReplacesItsValueInPlace) {
   EXPECT_EQ(txt.entries(), (entries{"a=3", "ab=2"}));
 }
 
-TEST(TxtRecord, RemoveTakesOnlyTheExactKey) {
+TEST(VxnetTxtRecord, RemoveTakesOnlyTheExactKey) {
   vxnet::txt_record txt;
   txt.set("ab", "1");
   txt.set("a", "2");
@@ -40,13 +40,13 @@ TEST(TxtRecord, RemoveTakesOnlyTheExactKey) {
   EXPECT_FALSE(txt.remove("a"));
 }
 
-TEST(TxtRecord, ValuesMayHoldAnyBytes) {
+TEST(VxnetTxtRecord, ValuesMayHoldAnyBytes) {
   vxnet::txt_record txt;
   txt.set("k", std::string("a=b\0c\xff", 6));
   EXPECT_EQ(txt.entries().at(0), std::string("k=a=b\0c\xff", 8));
 }
 
-TEST(TxtRecord, RejectsEmptyKeysKeysWithEqualsAndUnprintableKeys) {
+TEST(VxnetTxtRecord, RejectsEmptyKeysKeysWithEqualsAndUnprintableKeys) {
   vxnet::txt_record txt;
   EXPECT_THROW(txt.set("", "x"), vxbase::es::arg_error);
   EXPECT_THROW(txt.set("a=b", "x"), vxbase::es::arg_error);
@@ -55,7 +55,7 @@ TEST(TxtRecord, RejectsEmptyKeysKeysWithEqualsAndUnprintableKeys) {
   EXPECT_TRUE(txt.empty());
 }
 
-TEST(TxtRecord, AnEntryFillsAtMostOneTxtString) {
+TEST(VxnetTxtRecord, AnEntryFillsAtMostOneTxtString) {
   vxnet::txt_record txt;
   const std::size_t room = vxnet::txt_record::kMaxEntrySize - 2;  // "k="
   txt.set("k", std::string(room, 'v'));
@@ -65,7 +65,7 @@ TEST(TxtRecord, AnEntryFillsAtMostOneTxtString) {
   EXPECT_EQ(txt.entries().at(0).size(), vxnet::txt_record::kMaxEntrySize);
 }
 
-TEST(TxtRecord, TheErrorNamesTheKey) {
+TEST(VxnetTxtRecord, TheErrorNamesTheKey) {
   vxnet::txt_record txt;
   try {
     txt.set("bad=key", "x");
