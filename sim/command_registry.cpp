@@ -22,6 +22,12 @@ std::vector<std::string> command_registry::names() const {
 void register_all_commands(command_registry& registry) {
   register_general_commands(registry);
   register_sim_commands(registry);
+  register_create_commands(registry);
+  register_submit_commands(registry);
+  register_job_commands(registry);
+  register_monitor_commands(registry);
+  register_status_commands(registry);
+  register_info_commands(registry);
 }
 
 }  // namespace sim

@@ -42,16 +42,18 @@ std::string client_label(std::uint64_t number) { return "client " + std::to_stri
 // Gathers the notices a command sends ahead of its reply.
 class frame_context : public command_context {
  public:
-  frame_context(std::string& frames, std::uint32_t protocol)
-      : frames_(frames), protocol_(protocol) {}
+  frame_context(std::string& frames, std::uint32_t protocol, sim_state& state)
+      : frames_(frames), protocol_(protocol), state_(state) {}
   void notify(const packet& notice) override {
     vxnet::vxp::append_frame(frames_, vxnet::vxp::make_notice(notice));
   }
   std::uint32_t protocol() const noexcept override { return protocol_; }
+  sim_state& state() noexcept override { return state_; }
 
  private:
   std::string& frames_;
   std::uint32_t protocol_;
+  sim_state& state_;
 };
 
 packet error_reply(const packet& request, const std::string& text) {
@@ -217,11 +219,13 @@ bool sim_server::handle(client& c, message&& m) {
 
 std::string sim_server::answer(const message& request) {
   std::string frames;
-  frame_context context(frames, opts_.protocol);
+  frame_context context(frames, opts_.protocol, state_);
   packet out(vxnet::vxp::type_reply, request.body.get_command());
   if (const command_handler* h = registry_.find(request.body.get_command())) {
     try {
       (*h)(request.body, out, context);
+    } catch (const command_error& e) {
+      out = error_reply(request.body, e.what());
     } catch (const std::exception& e) {
       out = error_reply(request.body, std::string("command failed: ") + e.what());
     }

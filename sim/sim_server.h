@@ -14,6 +14,7 @@
 
 #include "command_registry.h"
 #include "options.h"
+#include "sim_state.h"
 
 namespace sim {
 
@@ -65,6 +66,7 @@ class sim_server {
 
   options opts_;
   const command_registry& registry_;
+  sim_state state_;
   int listen_fd_ = -1;
   std::FILE* record_ = nullptr;  // the --record file, when given
   std::uint64_t accepted_ = 0;

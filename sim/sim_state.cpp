@@ -1,0 +1,76 @@
+// The simulated cluster's bookkeeping.
+#include "sim_state.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace sim {
+
+const workflow& sim_state::submit(const std::string& name, std::int64_t priority,
+                                  const std::vector<std::string>& task_names) {
+  workflow w;
+  w.id = "wf-" + std::to_string(next_++);
+  w.name = name;
+  w.priority = priority;
+  w.submitted_us = std::chrono::duration_cast<std::chrono::microseconds>(
+                       std::chrono::system_clock::now().time_since_epoch())
+                       .count();
+  for (const auto& task : task_names) {
+    job j;
+    j.id = "job-" + std::to_string(next_++);
+    j.workflow_id = w.id;
+    j.name = task;
+    j.priority = priority;
+    w.job_ids.push_back(j.id);
+    jobs_.emplace(j.id, j);
+  }
+  return workflows_.emplace(w.id, w).first->second;
+}
+
+const monitor& sim_state::add_monitor(const std::string& name, const std::string& path,
+                                      std::int64_t priority) {
+  monitor m;
+  m.id = "mon-" + std::to_string(next_++);
+  m.name = name;
+  m.path = path;
+  m.priority = priority;
+  return monitors_.emplace(m.id, m).first->second;
+}
+
+job& sim_state::find_job(const std::string& id) {
+  const auto it = jobs_.find(id);
+  if (it == jobs_.end()) throw command_error("unknown job '" + id + "'");
+  return it->second;
+}
+
+workflow& sim_state::find_workflow(const std::string& id) {
+  const auto it = workflows_.find(id);
+  if (it == workflows_.end()) throw command_error("unknown workflow '" + id + "'");
+  return it->second;
+}
+
+monitor& sim_state::find_monitor(const std::string& id) {
+  const auto it = monitors_.find(id);
+  if (it == monitors_.end()) throw command_error("unknown monitor '" + id + "'");
+  return it->second;
+}
+
+void sim_state::transition(job& j, const std::vector<std::string>& from, const std::string& state) {
+  if (std::find(from.begin(), from.end(), j.state) == from.end())
+    throw command_error("job '" + j.id + "' is " + j.state + ", cannot become " + state);
+  j.state = state;
+  if (state == "queued") j.progress = 0.0;
+}
+
+void sim_state::remove_workflow(const std::string& id) {
+  const workflow& w = find_workflow(id);
+  for (const auto& job_id : w.job_ids) jobs_.erase(job_id);
+  workflows_.erase(id);
+}
+
+void sim_state::remove_monitor(const std::string& id) {
+  find_monitor(id);
+  monitors_.erase(id);
+}
+
+}  // namespace sim

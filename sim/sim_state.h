@@ -1,0 +1,82 @@
+// The simulated cluster behind the simulator's node commands: workflows,
+// their jobs and the watch folders (monitors), shared by every client.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+// A command's own refusal: its text becomes the reply's `error` member as
+// it stands ("unknown job 'job-9'").
+class command_error : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct job {
+  std::string id;           // "job-<n>"
+  std::string workflow_id;  // "wf-<n>"
+  std::string name;
+  std::string state = "queued";  // queued, running, paused, completed, cancelled
+  std::int64_t priority = 5;
+  double progress = 0.0;
+};
+
+struct workflow {
+  std::string id;
+  std::string name;
+  std::int64_t priority = 5;
+  std::int64_t submitted_us = 0;  // microseconds since 1970
+  std::vector<std::string> job_ids;
+};
+
+struct monitor {
+  std::string id;  // "mon-<n>"
+  std::string name;
+  std::string path;
+  std::string state = "running";  // running, stopped
+  std::int64_t priority = 5;
+};
+
+// The priority range of jobs and monitors.
+inline constexpr std::int64_t min_priority = 0;
+inline constexpr std::int64_t max_priority = 10;
+
+class sim_state {
+ public:
+  // Adds a workflow with one job per task name; returns it.
+  const workflow& submit(const std::string& name, std::int64_t priority,
+                         const std::vector<std::string>& task_names);
+  const monitor& add_monitor(const std::string& name, const std::string& path,
+                             std::int64_t priority);
+
+  // The job or monitor under id; throws command_error when there is none.
+  job& find_job(const std::string& id);
+  workflow& find_workflow(const std::string& id);
+  monitor& find_monitor(const std::string& id);
+
+  // Moves a job to state, when its present state is one of from; throws
+  // command_error naming the job and its state otherwise.
+  void transition(job& j, const std::vector<std::string>& from, const std::string& state);
+
+  // Removes a workflow and its jobs.
+  void remove_workflow(const std::string& id);
+  void remove_monitor(const std::string& id);
+
+  const std::map<std::string, job>& jobs() const noexcept { return jobs_; }
+  const std::map<std::string, workflow>& workflows() const noexcept { return workflows_; }
+  const std::map<std::string, monitor>& monitors() const noexcept { return monitors_; }
+
+ private:
+  std::uint64_t next_ = 1;
+  std::map<std::string, job> jobs_;
+  std::map<std::string, workflow> workflows_;
+  std::map<std::string, monitor> monitors_;
+};
+
+}  // namespace sim
