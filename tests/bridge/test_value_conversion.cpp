@@ -134,7 +134,8 @@ TEST(ValueConversion, KeysAreTakenAsTheyStand) {
   XmlRpcValue v;
   v[" Key "] = 1;
   v[""] = 2;
-  const auto& map = as<vxcore::properties>(to_property(v));
+  const vxcore::property_ptr p = to_property(v);
+  const auto& map = as<vxcore::properties>(p);
   EXPECT_TRUE(map.is_present(" Key "));
   EXPECT_TRUE(map.is_present(""));
   EXPECT_FALSE(map.is_present("key"));
