@@ -31,9 +31,14 @@ class running_sim:
         return self
 
     def __exit__(self, *exc):
-        if self.proc.poll() is None:
+        stopped_here = self.proc.poll() is None
+        if stopped_here:
             self.proc.send_signal(signal.SIGTERM)
-        self.proc.communicate(timeout=10)
+        _, err = self.proc.communicate(timeout=10)
+        # A clean stop is part of every test: a crash, a sanitizer report or a
+        # leak found at exit fails it.
+        if stopped_here and self.proc.returncode != 0:
+            raise AssertionError("ClientProxySim exited with %d:\n%s" % (self.proc.returncode, err))
 
     def connect(self, do_hello=True):
         link = vxp_raw.link(self.port)
