@@ -14,6 +14,7 @@
 
 #include <vxcapi/connection.h>
 #include <vxcore/property_all.h>
+#include <vxcore/report.h>
 
 #include "fake_proxy.h"
 #include "sim_process.h"
@@ -407,6 +408,46 @@ TEST(ProxyLink, SeveralClientsAtOnce) {
     EXPECT_EQ(n_of(b.send_sync(echo_with(100 + i), 5)), 100 + i);
     EXPECT_EQ(n_of(c.send_sync(echo_with(200 + i), 5)), 200 + i);
   }
+}
+
+// Link events reach the process's reporter under the module "vxcapi".
+class recording_reporter : public vxcore::reporter {
+ public:
+  recording_reporter() { previous_ = vxcore::set_reporter(this); }
+  ~recording_reporter() override { vxcore::set_reporter(previous_); }
+  void report(const char*, std::uint32_t, const char* module, vxcore::kind k,
+              vxbase::severity severity, const char* message) override {
+    lines.push_back(std::string(module) + "|" + vxcore::cstr_with_kind(k) + "|" +
+                    vxbase::cstr_with_severity(severity) + "|" + (message ? message : ""));
+  }
+  bool has(const std::string& part) const {
+    for (const auto& l : lines)
+      if (l.find(part) != std::string::npos) return true;
+    return false;
+  }
+  std::vector<std::string> lines;
+
+ private:
+  vxcore::reporter* previous_;
+};
+
+TEST(ProxyLink, LinkEventsAreReported) {
+  recording_reporter reports;
+  {
+    sim_process sim({"--drop-after", "0"});
+    recording_handler h;
+    connection c(&h);
+    ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+    EXPECT_TRUE(reports.has("vxcapi|network|info|connected to client proxy at 127.0.0.1:" +
+                            sim.port_text()));
+    c.send_sync(echo_with(1), 5);
+    EXPECT_TRUE(reports.has("vxcapi|network|info|link to client proxy lost: the proxy closed"));
+  }
+  recording_handler h;
+  connection c(&h);
+  c.connect("127.0.0.1", std::to_string(unused_port()), 1);
+  EXPECT_TRUE(reports.has("vxcapi|network|debug|cannot connect to client proxy at 127.0.0.1:"));
+  for (const auto& line : reports.lines) EXPECT_EQ(line.rfind("vxcapi|", 0), 0u) << line;
 }
 
 TEST(ClientProxySim, StopsCleanlyOnSigtermAndSigint) {
