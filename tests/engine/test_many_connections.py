@@ -113,6 +113,9 @@ class ManyConnectionsTest(unittest.TestCase):
                     answered += 1
                     sel.unregister(key.fileobj)
         self.assertGreater(answered, 0)
+        # Idle and half-sent connections hold the watched window once it has
+        # filled, so the calls behind them are not read before they close.
+        self.assertLess(answered, len(valid))
         self.assertTrue(server.alive())
 
         for s in socks:
