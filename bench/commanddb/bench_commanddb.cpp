@@ -1,7 +1,7 @@
 // The bridge's own cost per call: checking a command against the command
 // database and converting values both ways, each beside a reference (a plain
 // copy of the same packet or value) measured in the same run.
-//   build/bin/bench_commanddb
+//   bench/commanddb/run.sh <build-dir>   (ratios to the references)
 #include <benchmark/benchmark.h>
 
 #include <vxcore/constraint_files.h>
