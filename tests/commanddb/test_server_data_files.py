@@ -7,7 +7,7 @@ import sys
 import tempfile
 import unittest
 
-from netns import NetNs, skip_unless_root
+from netns import NetNs, is_root, skip_unless_root
 
 BUILD = os.environ["XMLRPCS_BUILD_DIR"]
 # Seconds the server may take to start or to fail.
@@ -38,10 +38,15 @@ class InstallTree:
 
 
 def run_until_failure(tree):
-    """Runs the server, which must fail during construction (before its loop
-    ever dials the proxy); returns the completed process."""
-    return subprocess.run([tree.server, "--usecfg", tree.config], capture_output=True,
-                          text=True, timeout=RUN_TIMEOUT)
+    """Runs the server, which must fail during construction, before its loop
+    ever dials the proxy; returns the completed process. As root it runs in
+    a namespace of its own, so that even a server that wrongly starts never
+    reaches a proxy of someone else's on this machine."""
+    argv = [tree.server, "--usecfg", tree.config]
+    if is_root():
+        with NetNs() as ns:
+            return ns.run(argv, capture_output=True, text=True, timeout=RUN_TIMEOUT)
+    return subprocess.run(argv, capture_output=True, text=True, timeout=RUN_TIMEOUT)
 
 
 class DamagedFiles(unittest.TestCase):
