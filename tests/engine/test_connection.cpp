@@ -47,9 +47,9 @@ std::string arrayOf(const std::string& values) {
   return "<value><array><data>" + values + "</data></array></value>";
 }
 
-class ConnectionTest : public testing::Test {
+class XmlRpcConnectionTest : public testing::Test {
  protected:
-  ConnectionTest() : echo_(&server_), fault_(&server_), noResult_(&server_) {
+  XmlRpcConnectionTest() : echo_(&server_), fault_(&server_), noResult_(&server_) {
     server_.enableIntrospection(true);
   }
 
@@ -71,7 +71,7 @@ class ConnectionTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(ConnectionTest, WholeResponseByteForByte) {
+TEST_F(XmlRpcConnectionTest, WholeResponseByteForByte) {
   std::string out = roundTrip(httpPost(methodCall("echo", {kInt42})));
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
   EXPECT_EQ(lastMask_, kRead);  // keep-alive: back to reading
@@ -79,14 +79,14 @@ TEST_F(ConnectionTest, WholeResponseByteForByte) {
   EXPECT_TRUE(errors_.messages.empty());
 }
 
-TEST_F(ConnectionTest, WholeFaultResponseByteForByte) {
+TEST_F(XmlRpcConnectionTest, WholeFaultResponseByteForByte) {
   std::string out = roundTrip(httpPost(
       methodCall("fault", {"<value><i4>17</i4></value>", "<value>went &lt;wrong&gt;</value>"})));
   EXPECT_EQ(out, expectedResponse(faultBody(17, "went &lt;wrong&gt;")));
   EXPECT_EQ(lastMask_, kRead);  // a fault does not end the connection
 }
 
-TEST_F(ConnectionTest, ContentLengthOfTheResponseIsTheBodySize) {
+TEST_F(XmlRpcConnectionTest, ContentLengthOfTheResponseIsTheBodySize) {
   std::string out = roundTrip(httpPost(methodCall("echo", {"<value>h\xc3\xa9llo</value>"})));
   size_t split = out.find("\r\n\r\n");
   ASSERT_NE(split, std::string::npos);
@@ -96,23 +96,23 @@ TEST_F(ConnectionTest, ContentLengthOfTheResponseIsTheBodySize) {
   EXPECT_EQ(std::stoul(head.substr(field + 16)), out.size() - split - 4);
 }
 
-TEST_F(ConnectionTest, UnknownMethodFaultsWithItsName) {
+TEST_F(XmlRpcConnectionTest, UnknownMethodFaultsWithItsName) {
   std::string out = roundTrip(httpPost(methodCall("no.such", {})));
   EXPECT_EQ(out, expectedResponse(faultBody(-1, "no.such: unknown method name")));
   EXPECT_EQ(lastMask_, kRead);
 }
 
-TEST_F(ConnectionTest, EmptyMethodNameFaults) {
+TEST_F(XmlRpcConnectionTest, EmptyMethodNameFaults) {
   std::string out = roundTrip(httpPost(methodCall("", {kInt42})));
   EXPECT_EQ(out, expectedResponse(faultBody(-1, ": unknown method name")));
 }
 
-TEST_F(ConnectionTest, UnsetResultAnswersAnEmptyString) {
+TEST_F(XmlRpcConnectionTest, UnsetResultAnswersAnEmptyString) {
   std::string out = roundTrip(httpPost(methodCall("noResult", {})));
   EXPECT_EQ(out, expectedResponse(resultBody("<value></value>")));
 }
 
-TEST_F(ConnectionTest, CallWithoutParamsPassesAnInvalidValue) {
+TEST_F(XmlRpcConnectionTest, CallWithoutParamsPassesAnInvalidValue) {
   std::string body =
       "<?xml version=\"1.0\"?><methodCall><methodName>echo</methodName></methodCall>";
   std::string out = roundTrip(httpPost(body));
@@ -120,12 +120,12 @@ TEST_F(ConnectionTest, CallWithoutParamsPassesAnInvalidValue) {
   EXPECT_EQ(out, expectedResponse(resultBody("<value></value>")));
 }
 
-TEST_F(ConnectionTest, UnreadableParameterIsPassedAsInvalid) {
+TEST_F(XmlRpcConnectionTest, UnreadableParameterIsPassedAsInvalid) {
   std::string out = roundTrip(httpPost(methodCall("system.methodHelp", {"<value><nil/></value>"})));
   EXPECT_EQ(out, expectedResponse(faultBody(-1, "system.methodHelp: Invalid argument type")));
 }
 
-TEST_F(ConnectionTest, MissingContentLengthIsDroppedWithoutAnswer) {
+TEST_F(XmlRpcConnectionTest, MissingContentLengthIsDroppedWithoutAnswer) {
   conn_.feed("POST /RPC2 HTTP/1.1\r\nHost: x\r\n\r\n" + methodCall("echo", {}));
   EXPECT_EQ(conn_.event(), kClose);
   EXPECT_EQ(conn_.output(), "");
@@ -133,7 +133,7 @@ TEST_F(ConnectionTest, MissingContentLengthIsDroppedWithoutAnswer) {
   EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readHeader: No Content-length specified");
 }
 
-TEST_F(ConnectionTest, ZeroOrNegativeLengthIsDroppedWithoutAnswer) {
+TEST_F(XmlRpcConnectionTest, ZeroOrNegativeLengthIsDroppedWithoutAnswer) {
   for (const char* length : {"0", "-5"}) {
     MemoryConnection conn(&server_);
     conn.feed(std::string("POST / HTTP/1.1\r\nContent-length: ") + length + "\r\n\r\n<x/>");
@@ -147,14 +147,14 @@ TEST_F(ConnectionTest, ZeroOrNegativeLengthIsDroppedWithoutAnswer) {
             "XmlRpcServerConnection::readHeader: Invalid Content-length specified (-5).");
 }
 
-TEST_F(ConnectionTest, HeaderNameCaseIsIgnored) {
+TEST_F(XmlRpcConnectionTest, HeaderNameCaseIsIgnored) {
   std::string body = methodCall("echo", {kInt42});
   std::string out = roundTrip("POST / HTTP/1.1\r\ncontent-LENGTH: " + std::to_string(body.size()) +
                               "\r\n\r\n" + body);
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
-TEST_F(ConnectionTest, HeaderNameWithoutBlankIsNotRecognised) {
+TEST_F(XmlRpcConnectionTest, HeaderNameWithoutBlankIsNotRecognised) {
   std::string body = methodCall("echo", {kInt42});
   conn_.feed("POST / HTTP/1.1\r\nContent-Length:" + std::to_string(body.size()) + "\r\n\r\n" +
              body);
@@ -164,7 +164,7 @@ TEST_F(ConnectionTest, HeaderNameWithoutBlankIsNotRecognised) {
   EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readHeader: No Content-length specified");
 }
 
-TEST_F(ConnectionTest, LaterLengthFieldOverridesAnEarlierOne) {
+TEST_F(XmlRpcConnectionTest, LaterLengthFieldOverridesAnEarlierOne) {
   std::string body = methodCall("echo", {kInt42});
   conn_.feed("POST / HTTP/1.1\r\nContent-length: 0\r\nContent-length: " +
              std::to_string(body.size()) + "\r\n\r\n" + body);
@@ -172,14 +172,14 @@ TEST_F(ConnectionTest, LaterLengthFieldOverridesAnEarlierOne) {
   EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
-TEST_F(ConnectionTest, BareLineFeedsEndTheHeader) {
+TEST_F(XmlRpcConnectionTest, BareLineFeedsEndTheHeader) {
   std::string body = methodCall("echo", {kInt42});
   std::string out =
       roundTrip("POST / HTTP/1.1\nContent-length: " + std::to_string(body.size()) + "\n\n" + body);
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
-TEST_F(ConnectionTest, HeaderWithoutBodyYetWaits) {
+TEST_F(XmlRpcConnectionTest, HeaderWithoutBodyYetWaits) {
   std::string body = methodCall("echo", {kInt42});
   std::string head =
       "POST / HTTP/1.1\r\nContent-length: " + std::to_string(body.size()) + "\r\n\r\n";
@@ -191,7 +191,7 @@ TEST_F(ConnectionTest, HeaderWithoutBodyYetWaits) {
   EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
-TEST_F(ConnectionTest, HeaderArrivingByteByByte) {
+TEST_F(XmlRpcConnectionTest, HeaderArrivingByteByByte) {
   std::string request = httpPost(methodCall("echo", {kInt42}));
   for (char c : request) {
     conn_.feed(std::string(1, c));
@@ -200,7 +200,7 @@ TEST_F(ConnectionTest, HeaderArrivingByteByByte) {
   EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
-TEST_F(ConnectionTest, BodyInSeveralPiecesIsCollected) {
+TEST_F(XmlRpcConnectionTest, BodyInSeveralPiecesIsCollected) {
   std::string request = httpPost(methodCall("echo", {kInt42}));
   size_t bodyStart = request.find("\r\n\r\n") + 4;
   conn_.feed(request.substr(0, bodyStart + 10));
@@ -215,14 +215,14 @@ TEST_F(ConnectionTest, BodyInSeveralPiecesIsCollected) {
   EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
-TEST_F(ConnectionTest, BytesBeyondTheLengthAreParsedToo) {
+TEST_F(XmlRpcConnectionTest, BytesBeyondTheLengthAreParsedToo) {
   std::string body = methodCall("echo", {kInt42, "<value>tail</value>"});
   // Announce only the first 20 bytes; the whole body arrives and is parsed.
   std::string out = roundTrip("POST / HTTP/1.1\r\nContent-length: 20\r\n\r\n" + body);
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42 + "<value>tail</value>"))));
 }
 
-TEST_F(ConnectionTest, ZeroByteEndsTheBody) {
+TEST_F(XmlRpcConnectionTest, ZeroByteEndsTheBody) {
   std::string body = methodCall("echo", {kInt42});
   std::string cut = body.substr(0, body.find("<params>")) + std::string(1, '\0') + "junk";
   std::string out = roundTrip("POST / HTTP/1.1\r\nContent-length: 5\r\n\r\n" + cut);
@@ -230,20 +230,20 @@ TEST_F(ConnectionTest, ZeroByteEndsTheBody) {
   EXPECT_EQ(out, expectedResponse(resultBody("<value></value>")));
 }
 
-TEST_F(ConnectionTest, Http10ClosesAfterTheResponse) {
+TEST_F(XmlRpcConnectionTest, Http10ClosesAfterTheResponse) {
   std::string out = roundTrip(httpPost(methodCall("echo", {kInt42}), "HTTP/1.0"));
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42))));
   EXPECT_EQ(lastMask_, kClose);
   EXPECT_FALSE(conn_.getKeepAlive());
 }
 
-TEST_F(ConnectionTest, Http10WithKeepAliveStaysOpen) {
+TEST_F(XmlRpcConnectionTest, Http10WithKeepAliveStaysOpen) {
   roundTrip(httpPost(methodCall("echo", {kInt42}), "HTTP/1.0", "Connection: Keep-Alive\r\n"));
   EXPECT_EQ(lastMask_, kRead);
   EXPECT_TRUE(conn_.getKeepAlive());
 }
 
-TEST_F(ConnectionTest, Http11StaysOpenUnlessAskedToClose) {
+TEST_F(XmlRpcConnectionTest, Http11StaysOpenUnlessAskedToClose) {
   roundTrip(httpPost(methodCall("echo", {kInt42}), "HTTP/1.1", "Connection: keep-alive\r\n"));
   EXPECT_EQ(lastMask_, kRead);
   conn_.clearOutput();
@@ -253,7 +253,7 @@ TEST_F(ConnectionTest, Http11StaysOpenUnlessAskedToClose) {
   EXPECT_EQ(lastMask_, kClose);
 }
 
-TEST_F(ConnectionTest, KeepAliveServesManyRequests) {
+TEST_F(XmlRpcConnectionTest, KeepAliveServesManyRequests) {
   for (int i = 0; i < 50; ++i) {
     conn_.clearOutput();
     std::string value = "<value><i4>" + std::to_string(i) + "</i4></value>";
@@ -263,14 +263,14 @@ TEST_F(ConnectionTest, KeepAliveServesManyRequests) {
   }
 }
 
-TEST_F(ConnectionTest, PipelinedRequestReadAlongIsLost) {
+TEST_F(XmlRpcConnectionTest, PipelinedRequestReadAlongIsLost) {
   std::string one = httpPost(methodCall("echo", {kInt42}));
   EXPECT_EQ(roundTrip(one + one), expectedResponse(resultBody(arrayOf(kInt42))));
   EXPECT_EQ(lastMask_, kRead);
   EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_HEADER);
 }
 
-TEST_F(ConnectionTest, SlowWriterIsWatchedForWriting) {
+TEST_F(XmlRpcConnectionTest, SlowWriterIsWatchedForWriting) {
   conn_.setWriteLimit(16);
   std::string expected = expectedResponse(resultBody(arrayOf(kInt42)));
   conn_.feed(httpPost(methodCall("echo", {kInt42})));
@@ -287,14 +287,14 @@ TEST_F(ConnectionTest, SlowWriterIsWatchedForWriting) {
   EXPECT_EQ(passes, static_cast<int>((expected.size() + 15) / 16));
 }
 
-TEST_F(ConnectionTest, ResponseCutWithoutKeepAliveWhenItDoesNotFit) {
+TEST_F(XmlRpcConnectionTest, ResponseCutWithoutKeepAliveWhenItDoesNotFit) {
   conn_.setWriteLimit(16);
   conn_.feed(httpPost(methodCall("echo", {kInt42}), "HTTP/1.1", "Connection: close\r\n"));
   EXPECT_EQ(conn_.event(), kClose);
   EXPECT_EQ(conn_.output().size(), 16u);
 }
 
-TEST_F(ConnectionTest, ReadErrorIsReportedOnlyWhenDataHadArrived) {
+TEST_F(XmlRpcConnectionTest, ReadErrorIsReportedOnlyWhenDataHadArrived) {
   conn_.failNextRead();
   EXPECT_EQ(conn_.event(), kClose);
   EXPECT_TRUE(errors_.messages.empty());
@@ -309,7 +309,7 @@ TEST_F(ConnectionTest, ReadErrorIsReportedOnlyWhenDataHadArrived) {
             "XmlRpcServerConnection::readHeader: error while reading header (error 104).");
 }
 
-TEST_F(ConnectionTest, EofInTheHeaderIsReportedOnlyWhenDataHadArrived) {
+TEST_F(XmlRpcConnectionTest, EofInTheHeaderIsReportedOnlyWhenDataHadArrived) {
   conn_.feed("", true);
   EXPECT_EQ(conn_.event(), kClose);
   EXPECT_TRUE(errors_.messages.empty());
@@ -321,7 +321,7 @@ TEST_F(ConnectionTest, EofInTheHeaderIsReportedOnlyWhenDataHadArrived) {
   EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readHeader: EOF while reading header");
 }
 
-TEST_F(ConnectionTest, EofInTheBodyIsReported) {
+TEST_F(XmlRpcConnectionTest, EofInTheBodyIsReported) {
   conn_.feed("POST / HTTP/1.1\r\nContent-length: 500\r\n\r\n<methodCall>", true);
   EXPECT_EQ(conn_.event(), kClose);
   EXPECT_EQ(conn_.output(), "");
@@ -329,7 +329,7 @@ TEST_F(ConnectionTest, EofInTheBodyIsReported) {
   EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readRequest: EOF while reading request");
 }
 
-TEST_F(ConnectionTest, ReadErrorInTheBodyIsReported) {
+TEST_F(XmlRpcConnectionTest, ReadErrorInTheBodyIsReported) {
   conn_.feed("POST / HTTP/1.1\r\nContent-length: 500\r\n\r\n<methodCall>");
   EXPECT_EQ(conn_.event(), kRead);
   conn_.failNextRead();
@@ -338,7 +338,7 @@ TEST_F(ConnectionTest, ReadErrorInTheBodyIsReported) {
   EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readRequest: read error (error 104).");
 }
 
-TEST_F(ConnectionTest, EndlessHeaderIsDropped) {
+TEST_F(XmlRpcConnectionTest, EndlessHeaderIsDropped) {
   std::string line = "X-Filler: " + std::string(1000, 'f') + "\r\n";
   unsigned mask = kRead;
   conn_.feed("POST / HTTP/1.1\r\n");
@@ -352,7 +352,7 @@ TEST_F(ConnectionTest, EndlessHeaderIsDropped) {
             0u);
 }
 
-TEST_F(ConnectionTest, HugeLengthIsRefused) {
+TEST_F(XmlRpcConnectionTest, HugeLengthIsRefused) {
   conn_.feed("POST / HTTP/1.1\r\nContent-length: 99999999999\r\n\r\n<x/>");
   EXPECT_EQ(conn_.event(), kClose);
   ASSERT_EQ(errors_.messages.size(), 1u);
@@ -360,7 +360,7 @@ TEST_F(ConnectionTest, HugeLengthIsRefused) {
             "XmlRpcServerConnection::readHeader: Content-length too large (2147483647).");
 }
 
-TEST_F(ConnectionTest, ListMethodsOverTheConnection) {
+TEST_F(XmlRpcConnectionTest, ListMethodsOverTheConnection) {
   std::string out = roundTrip(httpPost(methodCall("system.listMethods", {})));
   std::string names;
   for (const char* n : {"echo", "fault", "noResult", "system.listMethods", "system.methodHelp",
@@ -383,7 +383,7 @@ std::string faultEntry(int code, const std::string& message) {
          "</value></member></struct></value>";
 }
 
-TEST_F(ConnectionTest, MulticallWithMixedEntries) {
+TEST_F(XmlRpcConnectionTest, MulticallWithMixedEntries) {
   std::string lacksParams =
       "<value><struct><member><name>methodName</name><value>echo</value></member></struct></value>";
   std::string calls = callEntry("echo", kInt42) + lacksParams +
@@ -400,13 +400,13 @@ TEST_F(ConnectionTest, MulticallWithMixedEntries) {
   EXPECT_EQ(lastMask_, kRead);
 }
 
-TEST_F(ConnectionTest, MulticallWithANonArrayParameterFaults) {
+TEST_F(XmlRpcConnectionTest, MulticallWithANonArrayParameterFaults) {
   std::string out = roundTrip(httpPost(methodCall("system.multicall", {kInt42})));
   EXPECT_EQ(out, expectedResponse(
                      faultBody(-1, "system.multicall: Invalid argument (expected an array)")));
 }
 
-TEST_F(ConnectionTest, MulticallWithoutOrWithTwoParametersFaults) {
+TEST_F(XmlRpcConnectionTest, MulticallWithoutOrWithTwoParametersFaults) {
   for (auto params : {std::vector<std::string>{}, std::vector<std::string>{arrayOf(""), kInt42}}) {
     conn_.clearOutput();
     std::string out = roundTrip(httpPost(methodCall("system.multicall", params)));
@@ -415,12 +415,12 @@ TEST_F(ConnectionTest, MulticallWithoutOrWithTwoParametersFaults) {
   }
 }
 
-TEST_F(ConnectionTest, EmptyMulticallAnswersAnEmptyArray) {
+TEST_F(XmlRpcConnectionTest, EmptyMulticallAnswersAnEmptyArray) {
   std::string out = roundTrip(httpPost(methodCall("system.multicall", {arrayOf("")})));
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(""))));
 }
 
-TEST_F(ConnectionTest, NestedMulticallIsRefusedPerEntry) {
+TEST_F(XmlRpcConnectionTest, NestedMulticallIsRefusedPerEntry) {
   std::string calls = callEntry("system.multicall", "") + callEntry("echo", kInt42);
   std::string out = roundTrip(httpPost(methodCall("system.multicall", {arrayOf(calls)})));
   std::string expected = faultEntry(-1, "system.multicall: Recursive system.multicall forbidden") +
@@ -428,7 +428,7 @@ TEST_F(ConnectionTest, NestedMulticallIsRefusedPerEntry) {
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(expected))));
 }
 
-TEST_F(ConnectionTest, MulticallEntryWithANonStringNameFaultsThatEntry) {
+TEST_F(XmlRpcConnectionTest, MulticallEntryWithANonStringNameFaultsThatEntry) {
   std::string entry =
       "<value><struct><member><name>methodName</name><value><i4>3</i4></value></member>"
       "<member><name>params</name>" +
@@ -437,14 +437,14 @@ TEST_F(ConnectionTest, MulticallEntryWithANonStringNameFaultsThatEntry) {
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(faultEntry(-1, "type error")))));
 }
 
-TEST_F(ConnectionTest, QuietCycleAtVerbosityZero) {
+TEST_F(XmlRpcConnectionTest, QuietCycleAtVerbosityZero) {
   XmlRpcLogHandler::setVerbosity(0);
   testing::internal::CaptureStdout();
   roundTrip(httpPost(methodCall("echo", {kInt42})));
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
-TEST_F(ConnectionTest, BodyReadStopsAtTheAnnouncedLength) {
+TEST_F(XmlRpcConnectionTest, BodyReadStopsAtTheAnnouncedLength) {
   std::string request = httpPost(methodCall("echo", {kInt42}));
   size_t bodyStart = request.find("\r\n\r\n") + 4;
   conn_.feed(request.substr(0, bodyStart + 10));
@@ -461,7 +461,7 @@ TEST_F(ConnectionTest, BodyReadStopsAtTheAnnouncedLength) {
   EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
-TEST_F(ConnectionTest, FloodedHeaderIsCutAtTheLimit) {
+TEST_F(XmlRpcConnectionTest, FloodedHeaderIsCutAtTheLimit) {
   conn_.feed("POST / HTTP/1.1\r\n" +
              std::string(10 * XmlRpcServerConnection::kMaxHeaderBytes, 'x'));
   EXPECT_EQ(conn_.event(), kClose);

@@ -59,7 +59,7 @@ void sendByte(int fd) { ASSERT_EQ(::write(fd, "x", 1), 1); }
 
 }  // namespace
 
-TEST(Dispatch, EmptyListReturnsWithoutSelecting) {
+TEST(XmlRpcDispatch, EmptyListReturnsWithoutSelecting) {
   RecordingErrorHandler errors;
   XmlRpcDispatch disp;
   // A negative time-out would wait forever if select were called.
@@ -68,7 +68,7 @@ TEST(Dispatch, EmptyListReturnsWithoutSelecting) {
   EXPECT_TRUE(errors.messages.empty());
 }
 
-TEST(Dispatch, NegativeTimeoutWaitsUntilNoSourceRemains) {
+TEST(XmlRpcDispatch, NegativeTimeoutWaitsUntilNoSourceRemains) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -86,7 +86,7 @@ TEST(Dispatch, NegativeTimeoutWaitsUntilNoSourceRemains) {
   EXPECT_EQ(source.events[0], XmlRpcDispatch::ReadableEvent);
 }
 
-TEST(Dispatch, NothingToWatchEndsWorkThroughTheSelectError) {
+TEST(XmlRpcDispatch, NothingToWatchEndsWorkThroughTheSelectError) {
   RecordingErrorHandler errors;
   SocketPair pair;
   XmlRpcDispatch disp;
@@ -98,7 +98,7 @@ TEST(Dispatch, NothingToWatchEndsWorkThroughTheSelectError) {
   EXPECT_EQ(source.closes, 0);  // the source stays registered, untouched
 }
 
-TEST(Dispatch, TimedWorkReturnsAfterItsBudgetWithoutTraffic) {
+TEST(XmlRpcDispatch, TimedWorkReturnsAfterItsBudgetWithoutTraffic) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -111,7 +111,7 @@ TEST(Dispatch, TimedWorkReturnsAfterItsBudgetWithoutTraffic) {
   EXPECT_EQ(source.closes, 0);
 }
 
-TEST(Dispatch, ZeroMaskRemovesAndClosesTheSource) {
+TEST(XmlRpcDispatch, ZeroMaskRemovesAndClosesTheSource) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -129,7 +129,7 @@ TEST(Dispatch, ZeroMaskRemovesAndClosesTheSource) {
   EXPECT_EQ(source.events.size(), 1u);
 }
 
-TEST(Dispatch, ZeroMaskOnKeepOpenSourceRemovesWithoutClosing) {
+TEST(XmlRpcDispatch, ZeroMaskOnKeepOpenSourceRemovesWithoutClosing) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -145,7 +145,7 @@ TEST(Dispatch, ZeroMaskOnKeepOpenSourceRemovesWithoutClosing) {
   EXPECT_EQ(source.events.size(), 1u);  // removed from the list all the same
 }
 
-TEST(Dispatch, AllOnesKeepsTheMaskAndOtherValuesReplaceIt) {
+TEST(XmlRpcDispatch, AllOnesKeepsTheMaskAndOtherValuesReplaceIt) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -169,7 +169,7 @@ TEST(Dispatch, AllOnesKeepsTheMaskAndOtherValuesReplaceIt) {
   EXPECT_EQ(source.events[3], XmlRpcDispatch::ReadableEvent);
 }
 
-TEST(Dispatch, SourceInSeveralSetsIsCalledOncePerSetInOrder) {
+TEST(XmlRpcDispatch, SourceInSeveralSetsIsCalledOncePerSetInOrder) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -183,7 +183,7 @@ TEST(Dispatch, SourceInSeveralSetsIsCalledOncePerSetInOrder) {
   EXPECT_EQ(source.events[1], XmlRpcDispatch::WritableEvent);
 }
 
-TEST(Dispatch, DeleteOnCloseSourceIsDestroyedExactlyOnce) {
+TEST(XmlRpcDispatch, DeleteOnCloseSourceIsDestroyedExactlyOnce) {
   SocketPair pair;
   XmlRpcDispatch disp;
   int destroyed = 0;
@@ -206,7 +206,7 @@ TEST(Dispatch, DeleteOnCloseSourceIsDestroyedExactlyOnce) {
   EXPECT_EQ(after.events.size(), 2u);
 }
 
-TEST(Dispatch, ClearDuringWorkClosesEverySourceAfterThePass) {
+TEST(XmlRpcDispatch, ClearDuringWorkClosesEverySourceAfterThePass) {
   SocketPair first, second;
   XmlRpcDispatch disp;
   int destroyed = 0;
@@ -231,7 +231,7 @@ TEST(Dispatch, ClearDuringWorkClosesEverySourceAfterThePass) {
   EXPECT_EQ(clearing.getfd(), -1);
 }
 
-TEST(Dispatch, ClearOutsideWorkClosesAtOnce) {
+TEST(XmlRpcDispatch, ClearOutsideWorkClosesAtOnce) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -242,7 +242,7 @@ TEST(Dispatch, ClearOutsideWorkClosesAtOnce) {
   EXPECT_EQ(source.getfd(), -1);
 }
 
-TEST(Dispatch, RemoveSourceForgetsWithoutClosing) {
+TEST(XmlRpcDispatch, RemoveSourceForgetsWithoutClosing) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -254,7 +254,7 @@ TEST(Dispatch, RemoveSourceForgetsWithoutClosing) {
   EXPECT_TRUE(isOpen(pair.b));
 }
 
-TEST(Dispatch, SetSourceEventsReplacesTheMask) {
+TEST(XmlRpcDispatch, SetSourceEventsReplacesTheMask) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);
@@ -265,7 +265,7 @@ TEST(Dispatch, SetSourceEventsReplacesTheMask) {
   EXPECT_EQ(source.events[0], XmlRpcDispatch::WritableEvent);
 }
 
-TEST(Dispatch, HandlerMayRemoveItsOwnAndTheNextEntry) {
+TEST(XmlRpcDispatch, HandlerMayRemoveItsOwnAndTheNextEntry) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource first(pair.a), second(pair.b);
@@ -283,7 +283,7 @@ TEST(Dispatch, HandlerMayRemoveItsOwnAndTheNextEntry) {
   disp.work(-1.0);  // both gone: returns at once
 }
 
-TEST(Dispatch, AtMost64DescriptorsAreWatchedPerPass) {
+TEST(XmlRpcDispatch, AtMost64DescriptorsAreWatchedPerPass) {
   constexpr int kSources = 70;
   XmlRpcDispatch disp;
   std::vector<std::unique_ptr<SocketPair>> pairs;
@@ -307,7 +307,7 @@ TEST(Dispatch, AtMost64DescriptorsAreWatchedPerPass) {
   EXPECT_EQ(called, kSources);
 }
 
-TEST(Dispatch, ExceptionFromAHandlerLeavesWorkAndTheDispatcherUsable) {
+TEST(XmlRpcDispatch, ExceptionFromAHandlerLeavesWorkAndTheDispatcherUsable) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource throwing(pair.a), other(pair.b);
@@ -327,7 +327,7 @@ namespace {
 void ignoreSignal(int) {}
 }  // namespace
 
-TEST(Dispatch, InterruptingSignalEndsWorkQuietly) {
+TEST(XmlRpcDispatch, InterruptingSignalEndsWorkQuietly) {
   struct sigaction action {
   }, previous{};
   action.sa_handler = ignoreSignal;  // no SA_RESTART: select is interrupted
@@ -356,7 +356,7 @@ TEST(Dispatch, InterruptingSignalEndsWorkQuietly) {
   EXPECT_TRUE(idle.events.empty());
 }
 
-TEST(Dispatch, DescriptorBeyondTheSetSizeIsNeverWatched) {
+TEST(XmlRpcDispatch, DescriptorBeyondTheSetSizeIsNeverWatched) {
   // Descriptor numbers of FD_SETSIZE and above do not fit a select() set.
   const int high = FD_SETSIZE + 10;
   rlimit limit{};
@@ -382,7 +382,7 @@ TEST(Dispatch, DescriptorBeyondTheSetSizeIsNeverWatched) {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-TEST(Dispatch, ExitEndsWorkAfterThePassInProgress) {
+TEST(XmlRpcDispatch, ExitEndsWorkAfterThePassInProgress) {
   SocketPair pair;
   XmlRpcDispatch disp;
   FakeSource source(pair.b);

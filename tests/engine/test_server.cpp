@@ -44,7 +44,7 @@ std::string faultOf(XmlRpcServer& server, const std::string& method, XmlRpcValue
 
 }  // namespace
 
-TEST(Server, ListMethodsInByteOrderWithMulticallLast) {
+TEST(XmlRpcServer, ListMethodsInByteOrderWithMulticallLast) {
   XmlRpcServer server;
   Named b("b", &server), a("a", &server);
   server.enableIntrospection(true);
@@ -57,7 +57,7 @@ TEST(Server, ListMethodsInByteOrderWithMulticallLast) {
   for (int i = 0; i < 5; ++i) EXPECT_EQ(static_cast<std::string&>(result[i]), expected[i]);
 }
 
-TEST(Server, ListMethodsWithoutIntrospectionStillNamesMulticall) {
+TEST(XmlRpcServer, ListMethodsWithoutIntrospectionStillNamesMulticall) {
   XmlRpcServer server;
   XmlRpcValue result;
   server.listMethods(result);
@@ -65,7 +65,7 @@ TEST(Server, ListMethodsWithoutIntrospectionStillNamesMulticall) {
   EXPECT_EQ(static_cast<std::string&>(result[0]), "system.multicall");
 }
 
-TEST(Server, MethodHelpFaults) {
+TEST(XmlRpcServer, MethodHelpFaults) {
   XmlRpcServer server;
   server.enableIntrospection(true);
   Named known("known", &server, "Known help");
@@ -85,7 +85,7 @@ TEST(Server, MethodHelpFaults) {
             "system.methodHelp: Unknown method name");
 }
 
-TEST(Server, MethodHelpAnswersHelpTexts) {
+TEST(XmlRpcServer, MethodHelpAnswersHelpTexts) {
   XmlRpcServer server;
   server.enableIntrospection(true);
   Named known("known", &server, "Known help");
@@ -108,7 +108,7 @@ TEST(Server, MethodHelpAnswersHelpTexts) {
   EXPECT_EQ(static_cast<std::string&>(result), "Retrieve the help string for a named method");
 }
 
-TEST(Server, SecondMethodOfANameReplacesTheFirst) {
+TEST(XmlRpcServer, SecondMethodOfANameReplacesTheFirst) {
   XmlRpcServer server;
   auto* first = new Named("same", &server);
   Named second("same", &server);
@@ -117,7 +117,7 @@ TEST(Server, SecondMethodOfANameReplacesTheFirst) {
   EXPECT_EQ(server.findMethod("same"), nullptr);
 }
 
-TEST(Server, RemoveMethodByObjectOrName) {
+TEST(XmlRpcServer, RemoveMethodByObjectOrName) {
   XmlRpcServer server;
   Named m("m", &server), n("n", &server);
   server.removeMethod(&m);
@@ -128,7 +128,7 @@ TEST(Server, RemoveMethodByObjectOrName) {
   EXPECT_EQ(server.findMethod("m"), &m);
 }
 
-TEST(Server, IntrospectionTwiceAndReEnableReuseTheSameObjects) {
+TEST(XmlRpcServer, IntrospectionTwiceAndReEnableReuseTheSameObjects) {
   XmlRpcServer server;
   server.enableIntrospection(true);
   XmlRpcServerMethod* list = server.findMethod("system.listMethods");
@@ -148,7 +148,7 @@ TEST(Server, IntrospectionTwiceAndReEnableReuseTheSameObjects) {
   EXPECT_EQ(server.findMethod("system.methodHelp"), help);
 }
 
-TEST(Server, FailedBindPrintsOneLineAndLeavesNoSocket) {
+TEST(XmlRpcServer, FailedBindPrintsOneLineAndLeavesNoSocket) {
   XmlRpcServer first;
   ASSERT_TRUE(first.bindAndListen(0, 5));
   const int port = first.getPort();
@@ -167,7 +167,7 @@ TEST(Server, FailedBindPrintsOneLineAndLeavesNoSocket) {
   EXPECT_TRUE(errors.messages.empty());
 }
 
-TEST(Server, AcceptsAConnectionPerReadableEvent) {
+TEST(XmlRpcServer, AcceptsAConnectionPerReadableEvent) {
   XmlRpcServer server;
   ASSERT_TRUE(server.bindAndListen(0, 5));
   int clients[2];
@@ -188,7 +188,7 @@ TEST(Server, AcceptsAConnectionPerReadableEvent) {
   }
 }
 
-TEST(Server, DestructorClosesOpenConnections) {
+TEST(XmlRpcServer, DestructorClosesOpenConnections) {
   int client = XmlRpcSocket::socket();
   {
     XmlRpcServer server;

@@ -15,7 +15,7 @@
 using namespace XmlRpc;
 using XmlRpcTest::SocketPair;
 
-TEST(Socket, NbReadAfterPeerClosedReturnsDataAndEof) {
+TEST(XmlRpcSocket, NbReadAfterPeerClosedReturnsDataAndEof) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
   ASSERT_EQ(::write(pair.a, "hello", 5), 5);
@@ -28,7 +28,7 @@ TEST(Socket, NbReadAfterPeerClosedReturnsDataAndEof) {
   EXPECT_TRUE(eof);
 }
 
-TEST(Socket, NbReadWithNothingAvailableReturnsWithoutEof) {
+TEST(XmlRpcSocket, NbReadWithNothingAvailableReturnsWithoutEof) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
   std::string s;
@@ -38,7 +38,7 @@ TEST(Socket, NbReadWithNothingAvailableReturnsWithoutEof) {
   EXPECT_FALSE(eof);
 }
 
-TEST(Socket, NbReadDrainsMoreThanOneBuffer) {
+TEST(XmlRpcSocket, NbReadDrainsMoreThanOneBuffer) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
   std::string sent(10000, 'z');
@@ -50,14 +50,14 @@ TEST(Socket, NbReadDrainsMoreThanOneBuffer) {
   EXPECT_EQ(s, sent);
 }
 
-TEST(Socket, NbReadOnABadDescriptorFails) {
+TEST(XmlRpcSocket, NbReadOnABadDescriptorFails) {
   std::string s;
   bool eof = false;
   EXPECT_FALSE(XmlRpcSocket::nbRead(-1, s, &eof));
   EXPECT_EQ(XmlRpcSocket::getErrorMsg(), "error " + std::to_string(EBADF));
 }
 
-TEST(Socket, NbWriteStopsAtWouldBlockAfterAPartialSend) {
+TEST(XmlRpcSocket, NbWriteStopsAtWouldBlockAfterAPartialSend) {
   SocketPair pair;
   int small = 4096;
   ::setsockopt(pair.a, SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
@@ -84,7 +84,7 @@ TEST(Socket, NbWriteStopsAtWouldBlockAfterAPartialSend) {
   EXPECT_EQ(received, big.substr(0, received.size()));
 }
 
-TEST(Socket, NbWriteToAClosedPeerFailsWithoutASignal) {
+TEST(XmlRpcSocket, NbWriteToAClosedPeerFailsWithoutASignal) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.a));
   ::close(pair.b);
@@ -100,7 +100,7 @@ TEST(Socket, NbWriteToAClosedPeerFailsWithoutASignal) {
   EXPECT_FALSE(XmlRpcSocket::nonFatalError());
 }
 
-TEST(Socket, ErrorMessageIsTheNumberOnly) {
+TEST(XmlRpcSocket, ErrorMessageIsTheNumberOnly) {
   EXPECT_EQ(XmlRpcSocket::getErrorMsg(10054), "error 10054");
   EXPECT_EQ(XmlRpcSocket::getErrorMsg(-3), "error -3");
   errno = ECONNREFUSED;
@@ -108,7 +108,7 @@ TEST(Socket, ErrorMessageIsTheNumberOnly) {
   EXPECT_EQ(XmlRpcSocket::getErrorMsg(), "error " + std::to_string(ECONNREFUSED));
 }
 
-TEST(Socket, NonFatalErrorSet) {
+TEST(XmlRpcSocket, NonFatalErrorSet) {
   for (int e : {4, 11, 10035, 10036, EINPROGRESS}) {
     errno = e;
     EXPECT_TRUE(XmlRpcSocket::nonFatalError()) << e;
@@ -119,7 +119,7 @@ TEST(Socket, NonFatalErrorSet) {
   }
 }
 
-TEST(Socket, ListenAcceptAndConnectOnLoopback) {
+TEST(XmlRpcSocket, ListenAcceptAndConnectOnLoopback) {
   int listener = XmlRpcSocket::socket();
   ASSERT_GE(listener, 0);
   ASSERT_TRUE(XmlRpcSocket::setReuseAddr(listener));
@@ -139,7 +139,7 @@ TEST(Socket, ListenAcceptAndConnectOnLoopback) {
   XmlRpcSocket::close(listener);
 }
 
-TEST(Socket, NbReadStopsOnceTheLimitIsReached) {
+TEST(XmlRpcSocket, NbReadStopsOnceTheLimitIsReached) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
   const std::string sent(20000, 'q');
