@@ -13,6 +13,10 @@ from engine_server import (TestServer, closed_by_peer, connect, expected_respons
 INT42 = "<value><i4>42</i4></value>"
 # Longest a flooding client keeps sending when the server does not stop it.
 FLOOD_SECONDS = 3
+# A response several times larger than a slow reader's receive buffer, so it
+# cannot leave the server in one send pass.
+LARGE_TEXT = 4 * 1024 * 1024
+SMALL_RCVBUF = 16 * 1024
 ECHO42 = method_call("echo", INT42)
 ECHO42_RESPONSE = expected_response(result_body(
     "<value><array><data>%s</data></array></value>" % INT42))
@@ -164,6 +168,48 @@ class WireTest(unittest.TestCase):
         self.assertTrue(closed_by_peer(s))
         self.assertIn("XmlRpcServerConnection::readRequest: EOF while reading request\n",
                       self.errors())
+
+    # --- large responses ---
+
+    def slow_reader(self):
+        """A connection whose small receive buffer keeps a large response
+        from leaving the server in one send pass."""
+        s = socket.socket()
+        s.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, SMALL_RCVBUF)
+        s.settimeout(10)
+        s.connect(("127.0.0.1", self.server.port))
+        self.socks.append(s)
+        return s
+
+    def test_large_response_is_finished_while_others_are_served(self):
+        text = "L" * LARGE_TEXT
+        raw = http_post(method_call("echo", "<value>%s</value>" % text))
+        expected = expected_response(result_body(
+            "<value><array><data><value>%s</value></data></array></value>" % text))
+        slow = self.slow_reader()
+        slow.sendall(raw)
+        time.sleep(0.3)  # the server now waits to write the rest
+        self.assertEqual(self.exchange(http_post(ECHO42)), ECHO42_RESPONSE)
+        self.assertEqual(read_response(slow), expected)
+        # Still open for the next call (keep-alive).
+        self.assertEqual(self.exchange(http_post(ECHO42), slow), ECHO42_RESPONSE)
+
+    def test_large_response_without_keep_alive_is_cut_after_one_pass(self):
+        text = "L" * LARGE_TEXT
+        raw = http_post(method_call("echo", "<value>%s</value>" % text), "HTTP/1.0")
+        slow = self.slow_reader()
+        slow.sendall(raw)
+        time.sleep(0.3)
+        received = b""
+        while True:
+            chunk = slow.recv(65536)
+            if not chunk:
+                break
+            received += chunk
+        head, _, body = received.partition(b"\r\n\r\n")
+        announced = int(head.rsplit(b"Content-length: ", 1)[1])
+        self.assertGreater(len(body), 0)
+        self.assertLess(len(body), announced)
 
     # --- hostile clients ---
 
