@@ -288,9 +288,13 @@ std::string XmlRpcServerConnection::parseRequest(XmlRpcValue& params) {
   if (name.empty() || !XmlRpcUtil::findTag("<params>", _request, &offset)) return name;
 
   int nArgs = 0;
+  // The parameters share one scan of the request, so that many parameters
+  // lacking their closing tags cost linear time instead of one search to the
+  // end of the request each.
+  XmlRpcValue::TextScan scan;
   while (XmlRpcUtil::nextTagIs("<param>", _request, &offset)) {
     // A value that cannot be read is kept as an invalid parameter.
-    params[nArgs++] = XmlRpcValue(_request, &offset);
+    params[nArgs++].fromXml(_request, &offset, scan);
     XmlRpcUtil::nextTagIs("</param>", _request, &offset);
   }
   XmlRpcUtil::nextTagIs("</params>", _request, &offset);
