@@ -107,6 +107,21 @@ class ConfigurationFile(unittest.TestCase):
                 self.assertTrue(any("XMLRPCServer.old.xml" in line for line in srv.err.texts()),
                                 srv.err.texts())
 
+    def test_backup_that_cannot_be_removed_ends_with_exit_1(self):
+        with tempfile.TemporaryDirectory() as d, NetNs() as ns:
+            path = os.path.join(d, "XMLRPCServer.xml")
+            write(path, "<not-a-configuration")
+            # A non-empty directory in the backup's place cannot be removed.
+            backup = os.path.join(d, "XMLRPCServer.old.xml")
+            os.mkdir(backup)
+            write(os.path.join(backup, "keep"), "x")
+            r = ns.run([sp.SERVER, "--usecfg", path], capture_output=True, text=True, timeout=30)
+            self.assertEqual(r.returncode, 1)
+            self.assertRegex(r.stderr, r"exception: failed to remove old config file backup "
+                             r"\(.+\)\n")
+            # The broken file is left where it was.
+            self.assertEqual(read(path), "<not-a-configuration")
+
     def test_partial_file_is_merged_and_written_back_in_full(self):
         with tempfile.TemporaryDirectory() as d, NetNs() as ns:
             path = os.path.join(d, "XMLRPCServer.xml")
