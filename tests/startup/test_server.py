@@ -196,6 +196,13 @@ class MainLoop(unittest.TestCase):
             self.assertEqual(r.stdout.strip(), "", "something listens: " + r.stdout)
             self.assertEqual(srv.stop(), 0)
 
+    def test_ds_disable_silences_the_console_reports(self):
+        with NetNs() as ns:
+            srv = sp.start_server(ns, "--ds-disable", "XMLRPCServer")
+            self.assertTrue(srv.out.wait_for(sp.TRYING, START_TIMEOUT), srv.err.texts())
+            self.assertEqual(srv.stop(), 0)
+            self.assertFalse(any("Starting up" in t for t in srv.out.texts()), srv.out.texts())
+
     def test_sigterm_and_sigint_end_cleanly(self):
         for sig in (signal.SIGTERM, signal.SIGINT):
             with self.subTest(sig.name), NetNs() as ns:
