@@ -9,6 +9,7 @@
 #include <string>
 
 #include "memory_connection.h"
+#include "test_methods.h"
 #include "xmlrpc/XmlRpcDispatch.h"
 #include "xmlrpc/XmlRpcException.h"
 #include "xmlrpc/XmlRpcServer.h"
@@ -17,6 +18,9 @@
 #include "xmlrpc/XmlRpcValue.h"
 
 using namespace XmlRpc;
+using XmlRpcTest::Echo;
+using XmlRpcTest::Fault;
+using XmlRpcTest::NoResult;
 
 namespace {
 
@@ -28,28 +32,6 @@ constexpr int kMaxWritePasses = 1 << 20;
 class QuietErrors : public XmlRpcErrorHandler {
  public:
   void error(const char*) override {}
-};
-
-class Echo : public XmlRpcServerMethod {
- public:
-  explicit Echo(XmlRpcServer* s) : XmlRpcServerMethod("echo", s) {}
-  void execute(XmlRpcValue& params, XmlRpcValue& result) override { result = params; }
-};
-
-// Reads its parameters with the typed accessors, as real methods do, so
-// type errors from arbitrary input are exercised too.
-class Fault : public XmlRpcServerMethod {
- public:
-  explicit Fault(XmlRpcServer* s) : XmlRpcServerMethod("fault", s) {}
-  void execute(XmlRpcValue& params, XmlRpcValue&) override {
-    throw XmlRpcException(params[1], params[0]);
-  }
-};
-
-class NoResult : public XmlRpcServerMethod {
- public:
-  explicit NoResult(XmlRpcServer* s) : XmlRpcServerMethod("noResult", s) {}
-  void execute(XmlRpcValue&, XmlRpcValue&) override {}
 };
 
 struct Fixture {

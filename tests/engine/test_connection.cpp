@@ -6,6 +6,7 @@
 
 #include "engine_test_util.h"
 #include "memory_connection.h"
+#include "test_methods.h"
 #include "xmlrpc/XmlRpcDispatch.h"
 #include "xmlrpc/XmlRpcException.h"
 #include "xmlrpc/XmlRpcServer.h"
@@ -20,26 +21,6 @@ namespace {
 constexpr unsigned kClose = 0;
 constexpr unsigned kRead = XmlRpcDispatch::ReadableEvent;
 constexpr unsigned kWrite = XmlRpcDispatch::WritableEvent;
-
-class Echo : public XmlRpcServerMethod {
- public:
-  explicit Echo(XmlRpcServer* s) : XmlRpcServerMethod("echo", s) {}
-  void execute(XmlRpcValue& params, XmlRpcValue& result) override { result = params; }
-};
-
-class Fault : public XmlRpcServerMethod {
- public:
-  explicit Fault(XmlRpcServer* s) : XmlRpcServerMethod("fault", s) {}
-  void execute(XmlRpcValue& params, XmlRpcValue&) override {
-    throw XmlRpcException(params[1], params[0]);
-  }
-};
-
-class NoResult : public XmlRpcServerMethod {
- public:
-  explicit NoResult(XmlRpcServer* s) : XmlRpcServerMethod("noResult", s) {}
-  void execute(XmlRpcValue&, XmlRpcValue&) override {}
-};
 
 const std::string kInt42 = "<value><i4>42</i4></value>";
 
