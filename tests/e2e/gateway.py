@@ -1,0 +1,166 @@
+"""XMLRPCServer with ClientProxySim behind it, for end-to-end tests.
+
+The server always dials its client proxy at 127.0.0.1:40410, so a test
+script runs whole inside a network namespace of its own: call
+run_in_private_network() before unittest.main(). As root it re-executes the
+script under `unshare --net` with loopback up; otherwise the tests skip
+with the reason (skip_unless_private_network).
+"""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import xmlrpc.client
+
+BUILD_DIR = os.environ.get("XMLRPCS_BUILD_DIR", os.path.join(os.path.dirname(__file__), "..", "..", "build"))
+BIN = os.path.join(BUILD_DIR, "bin")
+SERVER_PORT = 40431
+URL = "http://127.0.0.1:%d/" % SERVER_PORT
+NOT_CONNECTED = "not connected to client proxy"
+
+# Set in the re-executed script, so it knows it runs in its own namespace.
+_MARK = "XMLRPCS_E2E_PRIVATE_NETWORK"
+
+# Generous bounds for a loaded 2-core machine: they only keep a broken run
+# from hanging, they are not performance assertions.
+START_TIMEOUT = 20.0
+CONNECT_TIMEOUT = 30.0
+
+
+def run_in_private_network():
+    """Re-executes this script in a fresh network namespace (as root)."""
+    if os.environ.get(_MARK) or os.geteuid() != 0:
+        return
+    env = dict(os.environ, **{_MARK: "1"})
+    script = ("ip link set lo up && exec \"$0\" \"$@\"")
+    argv = ["unshare", "--net", "sh", "-c", script, sys.executable] + sys.argv
+    sys.stdout.flush()
+    os.execvpe("unshare", argv, env)
+
+
+def skip_unless_private_network():
+    return unittest.skipUnless(
+        os.environ.get(_MARK),
+        "needs root: the server and its client proxy run in a network namespace of the "
+        "test's own (unshare --net), which only root may create")
+
+
+class Process:
+    """A child process stopped by its PID when the test ends."""
+
+    def __init__(self, argv, **kwargs):
+        self.argv = argv
+        self.proc = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                     text=True, **kwargs)
+
+    @property
+    def pid(self):
+        return self.proc.pid
+
+    def stop(self, sig=signal.SIGTERM, timeout=10.0):
+        if self.proc.poll() is None:
+            self.proc.send_signal(sig)
+            try:
+                self.proc.wait(timeout)
+            except subprocess.TimeoutExpired:
+                self.proc.kill()
+                self.proc.wait()
+        out = self.proc.stdout.read() if self.proc.stdout else ""
+        if self.proc.stdout:
+            self.proc.stdout.close()
+        return out
+
+
+class Gateway:
+    """Starts ClientProxySim (with the given options) and XMLRPCServer."""
+
+    def __init__(self, add_cleanup, sim_args=(), start_sim=True):
+        """add_cleanup: a test's addCleanup or a class's addClassCleanup;
+        everything started is stopped through it, by PID."""
+        self.add_cleanup = add_cleanup
+        self.sim_args = list(sim_args)
+        self.sim = None
+        self.server = None
+        self._proxy = None
+        self.dir = tempfile.TemporaryDirectory(prefix="xmlrpcs-e2e-")
+        add_cleanup(self.dir.cleanup)
+        self.record = os.path.join(self.dir.name, "record.jsonl")
+        if start_sim:
+            self.start_sim()
+        self.start_server()
+
+    def start_sim(self, extra=()):
+        argv = [os.path.join(BIN, "ClientProxySim"), "--record", self.record] + self.sim_args + list(extra)
+        self.sim = Process(argv)
+        self.add_cleanup(self.sim.stop)
+        line = self.sim.proc.stdout.readline()
+        if "listening" not in line:
+            raise RuntimeError("ClientProxySim did not start: %r" % line)
+        return self.sim
+
+    def start_server(self):
+        cfg = os.path.join(self.dir.name, "XMLRPCServer.xml")
+        text = subprocess.run([os.path.join(BIN, "XMLRPCServer"), "--cfg"], check=True,
+                              capture_output=True, text=True).stdout
+        # No DNS-SD announcement from tests.
+        text = text.replace("<publish>true</publish>", "<publish>false</publish>")
+        with open(cfg, "w") as f:
+            f.write(text)
+        self.server = Process([os.path.join(BIN, "XMLRPCServer"), "--usecfg", cfg])
+        self.add_cleanup(self.server.stop)
+        self.add_cleanup(self._close_proxy)
+        deadline = time.monotonic() + START_TIMEOUT
+        while time.monotonic() < deadline:
+            try:
+                with xmlrpc.client.ServerProxy(URL) as probe:
+                    probe.system.listMethods()
+                return
+            except OSError:
+                time.sleep(0.1)
+        raise RuntimeError("XMLRPCServer did not answer within %.0f s" % START_TIMEOUT)
+
+    def proxy(self):
+        """One client for the whole test, so calls reuse a kept-alive link."""
+        if self._proxy is None:
+            self._proxy = xmlrpc.client.ServerProxy(URL)
+        return self._proxy
+
+    def _close_proxy(self):
+        if self._proxy is not None:
+            self._proxy("close")()
+            self._proxy = None
+
+    def wait_connected(self, timeout=CONNECT_TIMEOUT):
+        """Polls getVersion until it comes back without an error member."""
+        deadline = time.monotonic() + timeout
+        reply = None
+        while time.monotonic() < deadline:
+            reply = self.proxy().getVersion()
+            if "error" not in reply:
+                return reply
+            time.sleep(0.25)
+        raise AssertionError("the server did not reach the client proxy: %r" % (reply,))
+
+    def wait_link_up(self, timeout=CONNECT_TIMEOUT):
+        """Waits until calls stop answering "not connected to client proxy"
+        and returns the first reply that does not (for a slow proxy that may
+        itself be an error)."""
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            reply = self.proxy().getVersion()
+            if reply.get("error") != NOT_CONNECTED:
+                return reply
+            time.sleep(0.25)
+        raise AssertionError("the server did not reach the client proxy")
+
+    def recorded_commands(self):
+        """The commands the simulator received, in order (JSON lines)."""
+        if not os.path.exists(self.record):
+            return []
+        with open(self.record) as f:
+            return [json.loads(line) for line in f if line.strip()]
