@@ -51,18 +51,35 @@ def skip_unless_private_network():
 
 
 class Process:
-    """A child process stopped by its PID when the test ends."""
+    """A child process writing into a log file, stopped by its PID."""
 
-    def __init__(self, argv, **kwargs):
+    def __init__(self, argv, log_path):
         self.argv = argv
-        self.proc = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                     text=True, **kwargs)
+        self.log_path = log_path
+        # A file, not a pipe: a pipe nobody reads would stall a chatty child.
+        with open(log_path, "ab") as log:
+            self.proc = subprocess.Popen(argv, stdout=log, stderr=subprocess.STDOUT)
 
     @property
     def pid(self):
         return self.proc.pid
 
+    def output(self):
+        with open(self.log_path, errors="replace") as f:
+            return f.read()
+
+    def wait_for_output(self, text, timeout=START_TIMEOUT):
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            if text in self.output():
+                return
+            if self.proc.poll() is not None:
+                break
+            time.sleep(0.05)
+        raise RuntimeError("%s did not say %r: %r" % (self.argv[0], text, self.output()))
+
     def stop(self, sig=signal.SIGTERM, timeout=10.0):
+        """Stops the process (once; later calls do nothing)."""
         if self.proc.poll() is None:
             self.proc.send_signal(sig)
             try:
@@ -70,10 +87,7 @@ class Process:
             except subprocess.TimeoutExpired:
                 self.proc.kill()
                 self.proc.wait()
-        out = self.proc.stdout.read() if self.proc.stdout else ""
-        if self.proc.stdout:
-            self.proc.stdout.close()
-        return out
+        return self.proc.returncode
 
 
 class Gateway:
@@ -96,11 +110,9 @@ class Gateway:
 
     def start_sim(self, extra=()):
         argv = [os.path.join(BIN, "ClientProxySim"), "--record", self.record] + self.sim_args + list(extra)
-        self.sim = Process(argv)
+        self.sim = Process(argv, os.path.join(self.dir.name, "sim.log"))
         self.add_cleanup(self.sim.stop)
-        line = self.sim.proc.stdout.readline()
-        if "listening" not in line:
-            raise RuntimeError("ClientProxySim did not start: %r" % line)
+        self.sim.wait_for_output("listening")
         return self.sim
 
     def start_server(self):
@@ -111,7 +123,8 @@ class Gateway:
         text = text.replace("<publish>true</publish>", "<publish>false</publish>")
         with open(cfg, "w") as f:
             f.write(text)
-        self.server = Process([os.path.join(BIN, "XMLRPCServer"), "--usecfg", cfg])
+        self.server = Process([os.path.join(BIN, "XMLRPCServer"), "--usecfg", cfg],
+                              os.path.join(self.dir.name, "server.log"))
         self.add_cleanup(self.server.stop)
         self.add_cleanup(self._close_proxy)
         deadline = time.monotonic() + START_TIMEOUT
@@ -164,3 +177,52 @@ class Gateway:
             return []
         with open(self.record) as f:
             return [json.loads(line) for line in f if line.strip()]
+
+
+# A call each method's command accepts, for tests that care about what
+# happens after the check (the proxy's absence, its answers).
+_TRANSFER = {"destination": "/media/out", "type": "transfer"}
+_FILES = {"files": ["/media/in/a.mov"], "type": "file-source"}
+VALID_PARAMS = {
+    "getVersion": {},
+    "nodeInfoCluster": {},
+    "submitBuildSubmission": {"sources": [_FILES], "tasks": [_TRANSFER]},
+    "submitSubmission": {"submission": {"name": "one", "sources": [_FILES], "tasks": [_TRANSFER]}},
+    "submissionRecall": {"workflow-id": "wf-1"},
+    "taskCreateTransfer": {"destination": "/media/out"},
+    "taskCreateUploader": {"destination": "/media/out"},
+    "taskCreateYouTube": {"username": "me", "password": "pw", "title": "Demo"},
+    "taskCreateExecute": {"command": "/bin/true"},
+    "taskCreateMail": {"to": ["ops@example.com"]},
+    "taskCreateMBR": {"bitrates": [800]},
+    "sourceCreateFileList": {"files": ["/media/in/a.mov"]},
+    "sourceCreateMonitor": {"path": "/media/watch"},
+    "sourceCreateWatchFolder": {"path": "/media/watch"},
+    "sourceCreateEDL": {"clips": [{"file": "/media/in/a.mov", "in": 0, "out": 25}]},
+    "sourceCreateISEQ": {"path": "/media/seq"},
+    "statusTasks2": {},
+    "statusWorkflows2": {},
+    "statusWatchFolders": {},
+    "statusBonjour": {},
+    "watchFolderStart": {"monitor-id": "mon-1"},
+    "watchFolderSetPriority": {"monitor-id": "mon-1", "priority": 3},
+    "watchFolderStop": {"monitor-id": "mon-1"},
+    "watchFolderRemove": {"monitor-id": "mon-1"},
+    "jobKill": {"job-id": "job-1"},
+    "jobCancel": {"job-id": "job-1"},
+    "jobPause": {"job-id": "job-1"},
+    "jobResume": {"job-id": "job-1"},
+    "jobRequeue": {"job-id": "job-1"},
+    "jobSetPriority": {"job-id": "job-1", "priority": 3},
+    "historyRemoveWorkflow": {"workflow-ids": ["wf-1"]},
+    "analyzeFile": {"file": "/media/in/a.mov"},
+    "statusTasks": {},
+    "statusWorkflows": {},
+    "monitorList": {},
+    "networkInfoBonjour": {},
+    "statusMonitors": {},
+    "monitorStart": {"monitor-id": "mon-1"},
+    "monitorSetPriority": {"monitor-id": "mon-1", "priority": 3},
+    "monitorStop": {"monitor-id": "mon-1"},
+    "monitorRemove": {"monitor-id": "mon-1"},
+}
