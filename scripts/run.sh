@@ -15,7 +15,8 @@ if [[ ! -x $bin/XMLRPCServer || ! -x $bin/ClientProxySim ]]; then
   exit 1
 fi
 
-"$bin/ClientProxySim" &
+# Jobs take 20 s each, so their progress can be watched through statusTasks2.
+"$bin/ClientProxySim" --job-duration-ms 20000 &
 sim=$!
 trap 'kill "$sim" 2>/dev/null || true; wait "$sim" 2>/dev/null || true' EXIT
 "$bin/XMLRPCServer" "$@"

@@ -44,7 +44,8 @@ std::optional<options> parse_options(int argc, const char* const* argv, std::str
     unsigned long long max = 0;
     if (name == "--port")
       max = std::numeric_limits<std::uint16_t>::max();
-    else if (name == "--protocol" || name == "--delay-ms" || name == "--drop-after")
+    else if (name == "--protocol" || name == "--delay-ms" || name == "--drop-after" ||
+             name == "--job-duration-ms")
       max = std::numeric_limits<std::uint32_t>::max();
     else {
       error = "unknown option " + std::string(arg);
@@ -69,6 +70,8 @@ std::optional<options> parse_options(int argc, const char* const* argv, std::str
       o.protocol = static_cast<std::uint32_t>(n);
     else if (name == "--delay-ms")
       o.delay_ms = static_cast<unsigned>(n);
+    else if (name == "--job-duration-ms")
+      o.job_duration_ms = static_cast<unsigned>(n);
     else
       o.drop_after = static_cast<unsigned>(n);
   }
@@ -83,6 +86,10 @@ const char* usage() noexcept {
          "  --delay-ms N    hold every reply back N milliseconds\n"
          "  --drop-after N  close a link, unanswered, when its packet N+1 arrives\n"
          "  --record FILE   append one JSON line per command received to FILE\n"
+         "  --job-duration-ms N\n"
+         "                  a job runs N milliseconds of wall-clock time, its progress\n"
+         "                  going from 0 to 1 (default 0: jobs move only on\n"
+         "                  proxy.sim.advance)\n"
          "  -h, --help      this text\n";
 }
 

@@ -18,6 +18,7 @@ struct options {
   unsigned delay_ms = 0;               // every reply waits this long
   std::optional<unsigned> drop_after;  // close a link when packet N+1 arrives
   std::string record;                  // file to append a JSON line per command to
+  unsigned job_duration_ms = 0;        // running time of a job; 0: jobs move only on advance
   bool help = false;
 };
 

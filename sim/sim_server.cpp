@@ -65,7 +65,9 @@ packet error_reply(const packet& request, const std::string& text) {
 }  // namespace
 
 sim_server::sim_server(const options& opts, const command_registry& registry)
-    : opts_(opts), registry_(registry) {}
+    : opts_(opts), registry_(registry) {
+  state_.set_job_duration(opts_.job_duration_ms);
+}
 
 sim_server::~sim_server() {
   for (auto& c : clients_) ::close(c->fd);
@@ -219,6 +221,7 @@ bool sim_server::handle(client& c, message&& m) {
 
 std::string sim_server::answer(const message& request) {
   std::string frames;
+  state_.run_until(now_ms());
   frame_context context(frames, opts_.protocol, state_);
   packet out(vxnet::vxp::type_reply, request.body.get_command());
   if (const command_handler* h = registry_.find(request.body.get_command())) {

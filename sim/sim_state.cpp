@@ -58,8 +58,29 @@ monitor& sim_state::find_monitor(const std::string& id) {
 void sim_state::transition(job& j, const std::vector<std::string>& from, const std::string& state) {
   if (std::find(from.begin(), from.end(), j.state) == from.end())
     throw command_error("job '" + j.id + "' is " + j.state + ", cannot become " + state);
+  const std::string before = j.state;
   j.state = state;
-  if (state == "queued") j.progress = 0.0;
+  // A requeued job starts over; a resumed one goes on from where it was.
+  if (state == "queued" && (before == "completed" || before == "cancelled")) {
+    j.progress = 0.0;
+    j.run_ms = 0.0;
+  }
+}
+
+void sim_state::run_until(std::int64_t now_ms) {
+  const std::int64_t elapsed = last_run_ms_ < 0 ? 0 : now_ms - last_run_ms_;
+  last_run_ms_ = now_ms;
+  if (job_duration_ms_ == 0) return;
+  for (auto& [id, j] : jobs_) {
+    if (j.state == "queued") {
+      j.state = "running";  // starts now: the time before counts for nothing
+      continue;
+    }
+    if (j.state != "running") continue;
+    j.run_ms += static_cast<double>(elapsed);
+    j.progress = std::min(1.0, j.run_ms / job_duration_ms_);
+    if (j.progress >= 1.0) j.state = "completed";
+  }
 }
 
 void sim_state::remove_workflow(const std::string& id) {

@@ -25,6 +25,7 @@ struct job {
   std::string state = "queued";  // queued, running, paused, completed, cancelled
   std::int64_t priority = 5;
   double progress = 0.0;
+  double run_ms = 0.0;  // running time so far, for the clock-driven progress
 };
 
 struct workflow {
@@ -64,6 +65,15 @@ class sim_state {
   // command_error naming the job and its state otherwise.
   void transition(job& j, const std::vector<std::string>& from, const std::string& state);
 
+  // Lets the clock drive the jobs: each one runs duration_ms of wall-clock
+  // time (0: jobs move only when advanced by hand).
+  void set_job_duration(unsigned duration_ms) noexcept { job_duration_ms_ = duration_ms; }
+
+  // Brings the jobs to the time now_ms (a steady clock): queued jobs start,
+  // running ones gain progress in proportion to the time they ran and
+  // complete at 1; paused jobs keep their progress.
+  void run_until(std::int64_t now_ms);
+
   // Removes a workflow and its jobs.
   void remove_workflow(const std::string& id);
   void remove_monitor(const std::string& id);
@@ -74,6 +84,8 @@ class sim_state {
 
  private:
   std::uint64_t next_ = 1;
+  unsigned job_duration_ms_ = 0;
+  std::int64_t last_run_ms_ = -1;
   std::map<std::string, job> jobs_;
   std::map<std::string, workflow> workflows_;
   std::map<std::string, monitor> monitors_;
