@@ -1,0 +1,87 @@
+"""A user's session through the gateway: build and submit a workflow, watch
+its jobs run to the end, pause and resume one of them, then remove the
+workflow from the history."""
+
+import os
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import gateway  # noqa: E402
+
+# Each simulated job runs this long once started.
+JOB_DURATION_MS = 1500
+# Generous: only keeps a broken run from hanging.
+WAIT_LIMIT = 60.0
+FINISHED = ("finished", "completed")
+
+
+@gateway.skip_unless_private_network()
+class Session(unittest.TestCase):
+    def setUp(self):
+        self.gw = gateway.Gateway(self.addCleanup,
+                                  sim_args=["--job-duration-ms", str(JOB_DURATION_MS)])
+        self.gw.wait_connected()
+        self.s = self.gw.proxy()
+
+    def ok(self, reply):
+        self.assertNotIn("error", reply, reply)
+        return reply
+
+    def jobs(self, workflow):
+        reply = self.ok(self.s.statusTasks2({"workflow-ids": [workflow]}))
+        return {t["job-id"]: t for t in reply["tasks"]}
+
+    def wait_for(self, workflow, condition, what):
+        deadline = time.monotonic() + WAIT_LIMIT
+        seen = []
+        while time.monotonic() < deadline:
+            jobs = self.jobs(workflow)
+            seen.append(jobs)
+            if condition(jobs):
+                return seen
+            time.sleep(0.1)
+        self.fail("%s did not happen; last status: %r" % (what, seen[-1] if seen else None))
+
+    def test_build_submit_watch_pause_resume_and_remove(self):
+        s = self.s
+        source = self.ok(s.sourceCreateFileList({"files": ["/media/in/interview.mov"]}))["source"]
+        transfer = self.ok(s.taskCreateTransfer({"destination": "/media/out"}))["task"]
+        mail = self.ok(s.taskCreateMail({"to": ["ops@example.com"]}))["task"]
+        built = self.ok(s.submitBuildSubmission({"name": "interview", "priority": 6,
+                                                 "sources": [source],
+                                                 "tasks": [transfer, mail]}))
+        workflow = built["workflow-id"]
+        paused_job, other_job = built["job-ids"]
+
+        wfs = self.ok(s.statusWorkflows2({"workflow-ids": [workflow]}))["workflows"]
+        self.assertEqual([(w["workflow-id"], w["name"]) for w in wfs], [(workflow, "interview")])
+
+        self.assertEqual(self.ok(s.jobPause({"job-id": paused_job}))["state"], "paused")
+
+        # The other job runs to its end; its progress never goes back.
+        seen = self.wait_for(workflow, lambda j: j[other_job]["state"] in FINISHED,
+                             "the unpaused job finishing")
+        progress = [j[other_job]["progress"] for j in seen]
+        self.assertEqual(progress, sorted(progress))
+        self.assertEqual(progress[-1], 1.0)
+        # Meanwhile the paused job stayed where it was.
+        self.assertTrue(all(j[paused_job]["state"] == "paused" for j in seen))
+        held = {j[paused_job]["progress"] for j in seen}
+        self.assertEqual(len(held), 1, held)
+
+        self.assertNotEqual(self.ok(s.jobResume({"job-id": paused_job}))["state"], "paused")
+        self.wait_for(workflow, lambda j: j[paused_job]["state"] in FINISHED,
+                      "the resumed job finishing")
+        self.assertEqual(self.jobs(workflow)[paused_job]["progress"], 1.0)
+
+        removed = self.ok(s.historyRemoveWorkflow({"workflow-ids": [workflow]}))
+        self.assertIn(workflow, removed["removed"])
+        self.assertEqual(self.ok(s.statusWorkflows2({"workflow-ids": [workflow]}))["workflows"], [])
+        self.assertEqual(self.jobs(workflow), {})
+
+
+if __name__ == "__main__":
+    gateway.run_in_private_network()
+    unittest.main()
