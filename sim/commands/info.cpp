@@ -1,5 +1,11 @@
 // proxy.node.info.cluster, the Bonjour views and proxy.analyze.file: what
 // the simulated cluster and its network look like.
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
 #include <string>
 
 #include "../command_args.h"
@@ -48,9 +54,23 @@ void bonjour(const vxnet::vxp::packet& in, vxnet::vxp::packet& out, command_cont
   out.set_property("services", services);
 }
 
-// A made-up analysis whose container follows the file's extension.
+// "2026-11-22T13:05:00Z"
+std::string utc_time_text(std::time_t t) {
+  std::tm tm{};
+  gmtime_r(&t, &tm);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  return text;
+}
+
+// The file's real size and modification time, and a made-up media analysis
+// (the simulator decodes nothing) whose container follows the extension.
 void analyze(const vxnet::vxp::packet& in, vxnet::vxp::packet& out, command_context&) {
   const std::string file = args::required_text(in, "file");
+  struct stat st {};
+  if (::stat(file.c_str(), &st) != 0)
+    throw command_error("cannot analyze '" + file + "': " + std::strerror(errno));
+  if (!S_ISREG(st.st_mode)) throw command_error("cannot analyze '" + file + "': not a file");
   const auto dot = file.find_last_of('.');
   const auto slash = file.find_last_of('/');
   const std::string container =
@@ -59,6 +79,8 @@ void analyze(const vxnet::vxp::packet& in, vxnet::vxp::packet& out, command_cont
           : file.substr(dot + 1);
   out.set_property("file", make::text(file));
   out.set_property("container", make::text(container));
+  out.set_property("size", make::integer(static_cast<std::int64_t>(st.st_size)));
+  out.set_property("modified", make::text(utc_time_text(st.st_mtime)));
   out.set_property("duration", make::real(60.0));
   auto video = vxbase::make_refcount<vxcore::properties>(false);
   video->set("codec", make::text("h264"));

@@ -3,6 +3,8 @@ creating tasks and sources, submitting, job and watch-folder life cycles,
 status filters, and the errors a real proxy would give."""
 
 import itertools
+import os
+import tempfile
 import unittest
 
 import vxp_raw
@@ -200,8 +202,19 @@ class Commands(unittest.TestCase):
         self.assertEqual(len(self.c.call("proxy.status.bonjour")["services"]), 1)
         self.assertEqual(self.c.call("proxy.network.info.bonjour",
                                      cluster=s("other"))["services"], [])
-        analysis = self.c.call("proxy.analyze.file", file=s("media/clip.mxf"))
-        self.assertEqual((analysis["file"], analysis["container"]), ("media/clip.mxf", "mxf"))
+        with tempfile.TemporaryDirectory() as d:
+            clip = os.path.join(d, "clip.mxf")
+            with open(clip, "wb") as f:
+                f.write(b"x" * 1234)
+            os.utime(clip, (0, 86400))
+            analysis = self.c.call("proxy.analyze.file", file=s(clip))
+            self.assertEqual((analysis["file"], analysis["container"], analysis["size"],
+                              analysis["modified"]), (clip, "mxf", 1234, "1970-01-02T00:00:00Z"))
+            missing = os.path.join(d, "gone.mov")
+            self.assertEqual(self.c.call("proxy.analyze.file", file=s(missing))["error"],
+                             "cannot analyze '%s': No such file or directory" % missing)
+            self.assertEqual(self.c.call("proxy.analyze.file", file=s(d))["error"],
+                             "cannot analyze '%s': not a file" % d)
         self.assertEqual(self.c.call("proxy.analyze.file")["error"],
                          "property 'file' is required")
 
