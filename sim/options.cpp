@@ -45,7 +45,7 @@ std::optional<options> parse_options(int argc, const char* const* argv, std::str
     if (name == "--port")
       max = std::numeric_limits<std::uint16_t>::max();
     else if (name == "--protocol" || name == "--delay-ms" || name == "--drop-after" ||
-             name == "--job-duration-ms")
+             name == "--job-duration-ms" || name == "--fail-every")
       max = std::numeric_limits<std::uint32_t>::max();
     else {
       error = "unknown option " + std::string(arg);
@@ -72,6 +72,8 @@ std::optional<options> parse_options(int argc, const char* const* argv, std::str
       o.delay_ms = static_cast<unsigned>(n);
     else if (name == "--job-duration-ms")
       o.job_duration_ms = static_cast<unsigned>(n);
+    else if (name == "--fail-every")
+      o.fail_every = static_cast<unsigned>(n);
     else
       o.drop_after = static_cast<unsigned>(n);
   }
@@ -90,6 +92,7 @@ const char* usage() noexcept {
          "                  a job runs N milliseconds of wall-clock time, its progress\n"
          "                  going from 0 to 1 (default 0: jobs move only on\n"
          "                  proxy.sim.advance)\n"
+         "  --fail-every N  every Nth job to reach its end fails instead (default 0: none)\n"
          "  -h, --help      this text\n";
 }
 

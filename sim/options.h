@@ -19,6 +19,7 @@ struct options {
   std::optional<unsigned> drop_after;  // close a link when packet N+1 arrives
   std::string record;                  // file to append a JSON line per command to
   unsigned job_duration_ms = 0;        // running time of a job; 0: jobs move only on advance
+  unsigned fail_every = 0;             // every nth job to end fails; 0: none
   bool help = false;
 };
 

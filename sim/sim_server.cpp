@@ -67,6 +67,7 @@ packet error_reply(const packet& request, const std::string& text) {
 sim_server::sim_server(const options& opts, const command_registry& registry)
     : opts_(opts), registry_(registry) {
   state_.set_job_duration(opts_.job_duration_ms);
+  state_.set_fail_every(opts_.fail_every);
 }
 
 sim_server::~sim_server() {

@@ -61,9 +61,10 @@ void sim_state::transition(job& j, const std::vector<std::string>& from, const s
   const std::string before = j.state;
   j.state = state;
   // A requeued job starts over; a resumed one goes on from where it was.
-  if (state == "queued" && (before == "completed" || before == "cancelled")) {
+  if (state == "queued" && (before == "finished" || before == "failed" || before == "cancelled")) {
     j.progress = 0.0;
     j.run_ms = 0.0;
+    j.failure.clear();
   }
 }
 
@@ -79,7 +80,14 @@ void sim_state::run_until(std::int64_t now_ms) {
     if (j.state != "running") continue;
     j.run_ms += static_cast<double>(elapsed);
     j.progress = std::min(1.0, j.run_ms / job_duration_ms_);
-    if (j.progress >= 1.0) j.state = "completed";
+    if (j.progress < 1.0) continue;
+    ++ended_;
+    if (fail_every_ != 0 && ended_ % fail_every_ == 0) {
+      j.state = "failed";
+      j.failure = "simulated failure of job '" + j.id + "'";
+    } else {
+      j.state = "finished";
+    }
   }
 }
 

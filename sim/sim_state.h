@@ -22,10 +22,11 @@ struct job {
   std::string id;           // "job-<n>"
   std::string workflow_id;  // "wf-<n>"
   std::string name;
-  std::string state = "queued";  // queued, running, paused, completed, cancelled
+  std::string state = "queued";  // queued, running, paused, finished, failed, cancelled
   std::int64_t priority = 5;
   double progress = 0.0;
   double run_ms = 0.0;  // running time so far, for the clock-driven progress
+  std::string failure;  // why a failed job failed
 };
 
 struct workflow {
@@ -68,10 +69,12 @@ class sim_state {
   // Lets the clock drive the jobs: each one runs duration_ms of wall-clock
   // time (0: jobs move only when advanced by hand).
   void set_job_duration(unsigned duration_ms) noexcept { job_duration_ms_ = duration_ms; }
+  // Makes every nth job that runs to its end fail instead (0: none fails).
+  void set_fail_every(unsigned n) noexcept { fail_every_ = n; }
 
   // Brings the jobs to the time now_ms (a steady clock): queued jobs start,
   // running ones gain progress in proportion to the time they ran and
-  // complete at 1; paused jobs keep their progress.
+  // end at 1; paused jobs keep their progress.
   void run_until(std::int64_t now_ms);
 
   // Removes a workflow and its jobs.
@@ -85,6 +88,8 @@ class sim_state {
  private:
   std::uint64_t next_ = 1;
   unsigned job_duration_ms_ = 0;
+  unsigned fail_every_ = 0;
+  std::uint64_t ended_ = 0;
   std::int64_t last_run_ms_ = -1;
   std::map<std::string, job> jobs_;
   std::map<std::string, workflow> workflows_;

@@ -27,7 +27,7 @@ command_handler mover(std::vector<std::string> from, std::string to) {
 void set_priority(const vxnet::vxp::packet& in, vxnet::vxp::packet& out, command_context& ctx) {
   job& j = ctx.state().find_job(args::required_text(in, "job-id"));
   const std::int64_t priority = args::priority(in, true);
-  if (j.state == "completed" || j.state == "cancelled")
+  if (j.state == "finished" || j.state == "failed" || j.state == "cancelled")
     throw command_error("job '" + j.id + "' is " + j.state + ", its priority cannot change");
   j.priority = priority;
   answer_job(out, j);
@@ -39,7 +39,7 @@ void register_job_commands(command_registry& registry) {
   registry.add("proxy.node.job.pause", mover({"queued", "running"}, "paused"));
   registry.add("proxy.node.job.resume", mover({"paused"}, "queued"));
   registry.add("proxy.node.job.cancel", mover({"queued", "running", "paused"}, "cancelled"));
-  registry.add("proxy.node.job.requeue", mover({"completed", "cancelled"}, "queued"));
+  registry.add("proxy.node.job.requeue", mover({"finished", "failed", "cancelled"}, "queued"));
   registry.add("proxy.node.job.set-priority", set_priority);
 }
 

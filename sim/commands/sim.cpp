@@ -34,7 +34,7 @@ void advance(const vxnet::vxp::packet&, vxnet::vxp::packet& out, command_context
   }
   for (const auto& id : running) {
     job& j = context.state().find_job(id);
-    j.state = "completed";
+    j.state = "finished";
     j.progress = 1.0;
     ++moved;
   }

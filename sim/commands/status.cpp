@@ -42,6 +42,7 @@ vxcore::property_ptr job_struct(const job& j) {
   s->set("state", make::text(j.state));
   s->set("priority", make::integer(j.priority));
   s->set("progress", make::real(j.progress));
+  if (!j.failure.empty()) s->set("failure", make::text(j.failure));
   return s;
 }
 

@@ -9,7 +9,8 @@
 namespace sim {
 namespace {
 
-bool is_final(const std::string& state) { return state == "completed" || state == "cancelled"; }
+bool is_final(const std::string& state) { return state == "finished" || state == "failed" || state == "cancelled";
+}
 
 // The `name`, else the `type`, of a task or source struct; fallback when it
 // is not a struct or has neither.

@@ -14,14 +14,14 @@ import gateway  # noqa: E402
 JOB_DURATION_MS = 1500
 # Generous: only keeps a broken run from hanging.
 WAIT_LIMIT = 60.0
-FINISHED = ("finished", "completed")
+FINISHED = ("finished",)
 
 
 @gateway.skip_unless_private_network()
 class Session(unittest.TestCase):
-    def setUp(self):
+    def start(self, *sim_args):
         self.gw = gateway.Gateway(self.addCleanup,
-                                  sim_args=["--job-duration-ms", str(JOB_DURATION_MS)])
+                                  sim_args=["--job-duration-ms", str(JOB_DURATION_MS)] + list(sim_args))
         self.gw.wait_connected()
         self.s = self.gw.proxy()
 
@@ -45,6 +45,7 @@ class Session(unittest.TestCase):
         self.fail("%s did not happen; last status: %r" % (what, seen[-1] if seen else None))
 
     def test_build_submit_watch_pause_resume_and_remove(self):
+        self.start()
         s = self.s
         source = self.ok(s.sourceCreateFileList({"files": ["/media/in/interview.mov"]}))["source"]
         transfer = self.ok(s.taskCreateTransfer({"destination": "/media/out"}))["task"]
@@ -75,11 +76,29 @@ class Session(unittest.TestCase):
         self.wait_for(workflow, lambda j: j[paused_job]["state"] in FINISHED,
                       "the resumed job finishing")
         self.assertEqual(self.jobs(workflow)[paused_job]["progress"], 1.0)
+        done = self.ok(s.statusTasks2({"workflow-ids": [workflow], "states": ["finished"]}))
+        self.assertEqual(sorted(t["job-id"] for t in done["tasks"]), sorted(built["job-ids"]))
 
         removed = self.ok(s.historyRemoveWorkflow({"workflow-ids": [workflow]}))
         self.assertIn(workflow, removed["removed"])
         self.assertEqual(self.ok(s.statusWorkflows2({"workflow-ids": [workflow]}))["workflows"], [])
         self.assertEqual(self.jobs(workflow), {})
+
+    def test_a_failing_job_shows_as_failed_with_its_reason(self):
+        self.start("--fail-every", "2")
+        s = self.s
+        source = self.ok(s.sourceCreateFileList({"files": ["/media/in/a.mov"]}))["source"]
+        transfer = self.ok(s.taskCreateTransfer({"destination": "/media/out"}))["task"]
+        built = self.ok(s.submitBuildSubmission({"sources": [source],
+                                                 "tasks": [transfer, transfer]}))
+        workflow = built["workflow-id"]
+        self.wait_for(workflow, lambda j: all(t["state"] in ("finished", "failed")
+                                              for t in j.values()), "both jobs ending")
+        failed = self.ok(s.statusTasks2({"workflow-ids": [workflow], "states": ["failed"]}))["tasks"]
+        self.assertEqual(len(failed), 1)
+        self.assertIn(failed[0]["job-id"], failed[0]["failure"])
+        # A failed job can be run again.
+        self.assertEqual(self.ok(s.jobRequeue({"job-id": failed[0]["job-id"]}))["state"], "queued")
 
 
 if __name__ == "__main__":

@@ -137,7 +137,7 @@ class Commands(unittest.TestCase):
         running = self.c.call("proxy.node.status.tasks", states=texts("running"))
         self.assertEqual(running["total"], 2)
         self.c.call("proxy.sim.advance")
-        done = self.c.call("proxy.node.status.workflows", states=texts("completed"))
+        done = self.c.call("proxy.node.status.workflows", states=texts("finished"))
         self.assertEqual([w["workflow-id"] for w in done["workflows"]], [wf])
 
     def test_status_tasks2_pages(self):
