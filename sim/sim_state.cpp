@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <system_error>
 
 namespace sim {
 
@@ -27,14 +29,40 @@ const workflow& sim_state::submit(const std::string& name, std::int64_t priority
   return workflows_.emplace(w.id, w).first->second;
 }
 
+namespace {
+
+// The regular files directly in dir; none when it is no readable directory.
+std::set<std::string> files_in(const std::string& dir) {
+  std::set<std::string> files;
+  std::error_code ec;
+  if (dir.empty() || !std::filesystem::is_directory(dir, ec)) return files;
+  for (std::filesystem::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
+    if (it->is_regular_file(ec)) files.insert(it->path().filename().string());
+  return files;
+}
+
+}  // namespace
+
 const monitor& sim_state::add_monitor(const std::string& name, const std::string& path,
-                                      std::int64_t priority) {
+                                      std::int64_t priority, std::vector<std::string> task_names) {
   monitor m;
   m.id = "mon-" + std::to_string(next_++);
   m.name = name;
   m.path = path;
   m.priority = priority;
+  m.task_names = std::move(task_names);
+  m.seen = files_in(path);
   return monitors_.emplace(m.id, m).first->second;
+}
+
+void sim_state::scan_watch_folders() {
+  for (auto& [id, m] : monitors_) {
+    if (m.state != "running") continue;
+    for (const auto& file : files_in(m.path)) {
+      if (!m.seen.insert(file).second) continue;
+      m.workflow_ids.push_back(submit(file, m.priority, m.task_names).id);
+    }
+  }
 }
 
 job& sim_state::find_job(const std::string& id) {
@@ -71,6 +99,7 @@ void sim_state::transition(job& j, const std::vector<std::string>& from, const s
 void sim_state::run_until(std::int64_t now_ms) {
   const std::int64_t elapsed = last_run_ms_ < 0 ? 0 : now_ms - last_run_ms_;
   last_run_ms_ = now_ms;
+  scan_watch_folders();
   if (job_duration_ms_ == 0) return;
   for (auto& [id, j] : jobs_) {
     if (j.state == "queued") {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -43,6 +44,11 @@ struct monitor {
   std::string path;
   std::string state = "running";  // running, stopped
   std::int64_t priority = 5;
+  // The tasks each new file gets, and the files of path already taken
+  // (those present when the watch folder was made count as taken).
+  std::vector<std::string> task_names;
+  std::set<std::string> seen;
+  std::vector<std::string> workflow_ids;  // made from new files
 };
 
 // The priority range of jobs and monitors.
@@ -54,8 +60,11 @@ class sim_state {
   // Adds a workflow with one job per task name; returns it.
   const workflow& submit(const std::string& name, std::int64_t priority,
                          const std::vector<std::string>& task_names);
+  // A watch folder on path: while it runs, each new regular file that
+  // appears there (when path is a real directory) becomes a workflow with
+  // one job per task name.
   const monitor& add_monitor(const std::string& name, const std::string& path,
-                             std::int64_t priority);
+                             std::int64_t priority, std::vector<std::string> task_names);
 
   // The job or monitor under id; throws command_error when there is none.
   job& find_job(const std::string& id);
@@ -72,9 +81,10 @@ class sim_state {
   // Makes every nth job that runs to its end fail instead (0: none fails).
   void set_fail_every(unsigned n) noexcept { fail_every_ = n; }
 
-  // Brings the jobs to the time now_ms (a steady clock): queued jobs start,
-  // running ones gain progress in proportion to the time they ran and
-  // end at 1; paused jobs keep their progress.
+  // Brings the cluster to the time now_ms (a steady clock): running watch
+  // folders take their new files; with a job duration, queued jobs start,
+  // running ones gain progress in proportion to the time they ran and end at
+  // 1, and paused jobs keep their progress.
   void run_until(std::int64_t now_ms);
 
   // Removes a workflow and its jobs.
@@ -86,6 +96,8 @@ class sim_state {
   const std::map<std::string, monitor>& monitors() const noexcept { return monitors_; }
 
  private:
+  void scan_watch_folders();
+
   std::uint64_t next_ = 1;
   unsigned job_duration_ms_ = 0;
   unsigned fail_every_ = 0;

@@ -46,7 +46,7 @@ void submit_build(const vxnet::vxp::packet& in, vxnet::vxp::packet& out, command
     if (type && type->to_string() == "monitor-source") {
       const auto path = s.get("path");
       monitor_ids.push_back(
-          ctx.state().add_monitor(name, path ? path->to_string() : "", priority).id);
+          ctx.state().add_monitor(name, path ? path->to_string() : "", priority, task_names).id);
     }
   }
   answer_workflow(out, ctx.state().submit(name, priority, task_names));

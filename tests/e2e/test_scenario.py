@@ -3,7 +3,9 @@ its jobs run to the end, pause and resume one of them, then remove the
 workflow from the history."""
 
 import os
+import shutil
 import sys
+import tempfile
 import time
 import unittest
 
@@ -99,6 +101,40 @@ class Session(unittest.TestCase):
         self.assertIn(failed[0]["job-id"], failed[0]["failure"])
         # A failed job can be run again.
         self.assertEqual(self.ok(s.jobRequeue({"job-id": failed[0]["job-id"]}))["state"], "queued")
+
+    def test_a_started_watch_folder_turns_each_new_file_into_a_workflow(self):
+        self.start()
+        s = self.s
+        watched = tempfile.mkdtemp(prefix="xmlrpcs-watch-")
+        self.addCleanup(shutil.rmtree, watched)
+        with open(os.path.join(watched, "old.mov"), "wb") as f:
+            f.write(b"present before the watch folder")
+        source = self.ok(s.sourceCreateWatchFolder({"path": watched}))["source"]
+        transfer = self.ok(s.taskCreateTransfer({"destination": "/media/out"}))["task"]
+        monitor = self.ok(s.submitBuildSubmission({"name": "drop", "sources": [source],
+                                                   "tasks": [transfer]}))["monitor-ids"][0]
+
+        def made():
+            mons = self.ok(s.statusWatchFolders({"monitor-ids": [monitor]}))["monitors"]
+            return mons[0]["workflow-ids"]
+
+        self.assertEqual(made(), [])
+        with open(os.path.join(watched, "new.mov"), "wb") as f:
+            f.write(b"dropped in")
+        workflows = made()
+        self.assertEqual(len(workflows), 1)
+        wf = self.ok(s.statusWorkflows2({"workflow-ids": workflows}))["workflows"][0]
+        self.assertEqual((wf["name"], len(wf["job-ids"])), ("new.mov", 1))
+        self.wait_for(workflows[0], lambda j: all(t["state"] == "finished" for t in j.values()),
+                      "the new file's job finishing")
+
+        # A stopped watch folder takes nothing; started again, it catches up.
+        self.ok(s.watchFolderStop({"monitor-id": monitor}))
+        with open(os.path.join(watched, "later.mov"), "wb") as f:
+            f.write(b"dropped while stopped")
+        self.assertEqual(len(made()), 1)
+        self.ok(s.watchFolderStart({"monitor-id": monitor}))
+        self.assertEqual(len(made()), 2)
 
 
 if __name__ == "__main__":
