@@ -40,7 +40,7 @@ pids+=($server)
 
 python3 - <<'PY'
 import time, xmlrpc.client
-deadline = time.monotonic() + 30
+deadline = time.monotonic() + 20
 while True:
     try:
         with xmlrpc.client.ServerProxy("http://127.0.0.1:40431/") as s:
@@ -60,7 +60,7 @@ cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 load() {
   local method=$1 conns=$2 before after line
   before=$(cpu_ticks "$server")
-  line=$(XMLRPC_METHOD=$method taskset -c 1 wrk -t1 -c"$conns" -d"${seconds}s" \
+  line=$(XMLRPC_METHOD=$method taskset -c 1 wrk -t1 -c"$conns" -d"${seconds}s" --latency \
            -s "$here/call.lua" http://127.0.0.1:40431/ | grep '^RESULT')
   after=$(cpu_ticks "$server")
   awk -v name="$method/$conns" -v cpu=$((after - before)) -v hz="$ticks" '{
