@@ -67,6 +67,12 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
     return true;
   }
 
+  bool peekAvailable(bool* eof, bool* data) override {
+    *eof = eof_ && input_.empty();
+    *data = !input_.empty();
+    return true;
+  }
+
  private:
   std::string input_;
   bool eof_ = false;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "xmlrpc/XmlRpcCompletion.h"
 #include "xmlrpc/XmlRpcException.h"
 #include "xmlrpc/XmlRpcServer.h"
 #include "xmlrpc/XmlRpcServerMethod.h"
@@ -72,6 +73,54 @@ XmlRpcValue faultStruct(int code, const std::string& message) {
 
 }  // namespace
 
+// The completion of one call. It points at its connection only while the
+// connection lives and waits for it: the connection's destructor and the
+// first finish()/fail() both cut the link.
+class XmlRpcServerConnection::PendingResult
+    : public XmlRpcCompletion,
+      public std::enable_shared_from_this<XmlRpcServerConnection::PendingResult> {
+ public:
+  explicit PendingResult(XmlRpcServerConnection* connection) : _connection(connection) {}
+
+  void finish(const XmlRpcValue& result) override {
+    Outcome outcome;
+    outcome.value = result;
+    deliver(std::move(outcome));
+  }
+  void finish(XmlRpcValue&& result) override {
+    Outcome outcome;
+    outcome.value = std::move(result);
+    deliver(std::move(outcome));
+  }
+  void fail(const std::string& message, int code) override {
+    Outcome outcome;
+    outcome.fault = true;
+    outcome.message = message;
+    outcome.code = code;
+    deliver(std::move(outcome));
+  }
+  bool abandoned() const override { return _abandoned; }
+
+  // The connection is closing.
+  void abandon() {
+    _connection = nullptr;
+    _abandoned = true;
+  }
+
+ private:
+  void deliver(Outcome&& outcome) {
+    XmlRpcServerConnection* connection = _connection;
+    if (connection == nullptr) return;  // delivered already, or the client left
+    _connection = nullptr;
+    // The connection may let go of this handle while it moves on.
+    auto self = shared_from_this();
+    connection->deliver(std::move(outcome));
+  }
+
+  XmlRpcServerConnection* _connection;
+  bool _abandoned = false;
+};
+
 XmlRpcServerConnection::XmlRpcServerConnection(int fd, XmlRpcServer* server, bool deleteOnClose)
     : XmlRpcSource(fd, deleteOnClose), _server(server) {
   XmlRpcUtil::log(2, "XmlRpcServerConnection: new socket %d.", fd);
@@ -79,15 +128,30 @@ XmlRpcServerConnection::XmlRpcServerConnection(int fd, XmlRpcServer* server, boo
 
 XmlRpcServerConnection::~XmlRpcServerConnection() {
   XmlRpcUtil::log(4, "XmlRpcServerConnection dtor.");
+  // A method still working for this connection finds its handle abandoned.
+  if (_pending) _pending->abandon();
   _server->removeConnection(this);
 }
 
 unsigned XmlRpcServerConnection::handleEvent(unsigned /*eventType*/) {
+  if (_connectionState == EXECUTE_PENDING) return watchWhilePending();
   if (_connectionState == READ_HEADER && !readHeader()) return 0;
   if (_connectionState == READ_REQUEST && !readRequest()) return 0;
   if (_connectionState == WRITE_RESPONSE && !writeResponse()) return 0;
+  if (_connectionState == EXECUTE_PENDING) return XmlRpcDispatch::ReadableEvent;
   return _connectionState == WRITE_RESPONSE ? XmlRpcDispatch::WritableEvent
                                             : XmlRpcDispatch::ReadableEvent;
+}
+
+unsigned XmlRpcServerConnection::watchWhilePending() {
+  bool eof = false;
+  bool data = false;
+  // A client that has gone is closed at once: its call is abandoned.
+  if (!peekAvailable(&eof, &data) || eof) return 0;
+  // Bytes the client sent ahead wait in the socket for the next request;
+  // watching them for reading would wake every pass, so only errors and
+  // hang-ups are watched until the result is in.
+  return data ? XmlRpcDispatch::Exception : XmlRpcDispatch::ReadableEvent;
 }
 
 bool XmlRpcServerConnection::readAvailable(std::string& s, bool* eof, size_t maxSize) {
@@ -96,6 +160,10 @@ bool XmlRpcServerConnection::readAvailable(std::string& s, bool* eof, size_t max
 
 bool XmlRpcServerConnection::writeAvailable(const std::string& s, int* bytesSoFar) {
   return XmlRpcSocket::nbWrite(getfd(), s, bytesSoFar);
+}
+
+bool XmlRpcServerConnection::peekAvailable(bool* eof, bool* data) {
+  return XmlRpcSocket::nbPeek(getfd(), eof, data);
 }
 
 bool XmlRpcServerConnection::readHeader() {
@@ -237,6 +305,7 @@ bool XmlRpcServerConnection::writeResponse() {
   if (_response.empty()) {
     executeRequest();
     _bytesWritten = 0;
+    if (_connectionState == EXECUTE_PENDING) return true;  // answered later
     if (_response.empty()) {
       XmlRpcUtil::error("XmlRpcServerConnection::writeResponse: empty response.");
       return false;
@@ -264,22 +333,11 @@ bool XmlRpcServerConnection::writeResponse() {
 }
 
 void XmlRpcServerConnection::executeRequest() {
-  XmlRpcValue params;
-  XmlRpcValue result;
-  std::string name = parseRequest(params);
+  _params = XmlRpcValue();
+  _methodName = parseRequest(_params);
   XmlRpcUtil::log(2, "XmlRpcServerConnection::executeRequest: server calling method '%s'",
-                  name.c_str());
-  try {
-    if (!executeMethod(name, params, result) && !executeMulticall(name, params, result)) {
-      generateFaultResponse(name + ": unknown method name");
-    } else {
-      generateResponse(result.toXml());
-    }
-  } catch (const XmlRpcException& fault) {
-    XmlRpcUtil::log(2, "XmlRpcServerConnection::executeRequest: fault %s.",
-                    fault.getMessage().c_str());
-    generateFaultResponse(fault.getMessage(), fault.getCode());
-  }
+                  _methodName.c_str());
+  startRequest();
 }
 
 std::string XmlRpcServerConnection::parseRequest(XmlRpcValue& params) {
@@ -301,59 +359,142 @@ std::string XmlRpcServerConnection::parseRequest(XmlRpcValue& params) {
   return name;
 }
 
-bool XmlRpcServerConnection::executeMethod(const std::string& name, XmlRpcValue& params,
-                                           XmlRpcValue& result) {
-  XmlRpcServerMethod* method = _server->findMethod(name);
-  if (method == nullptr) return false;
-  method->execute(params, result);
-  if (!result.valid()) result = std::string();
-  return true;
+void XmlRpcServerConnection::startRequest() {
+  XmlRpcServerMethod* method = _server->findMethod(_methodName);
+  _multicall = false;
+  if (method != nullptr) {
+    startCall(method, _params);
+  } else if (_methodName == kMulticallName) {
+    if (_params.getType() != XmlRpcValue::TypeArray || _params.size() != 1 ||
+        _params[0].getType() != XmlRpcValue::TypeArray) {
+      Outcome outcome;
+      outcome.fault = true;
+      outcome.message = _methodName + ": Invalid argument (expected an array)";
+      respond(std::move(outcome));
+      return;
+    }
+    _multicall = true;
+    _results = XmlRpcValue();
+    _results.setSize(_params[0].size());
+    _nextEntry = 0;
+  } else {
+    generateFaultResponse(_methodName + ": unknown method name");
+    _connectionState = WRITE_RESPONSE;
+    return;
+  }
+  runCalls();
 }
 
-bool XmlRpcServerConnection::executeMulticall(const std::string& name, XmlRpcValue& params,
-                                              XmlRpcValue& result) {
-  if (name != kMulticallName) return false;
-  if (_inMulticall) {
-    throw XmlRpcException(name + ": Recursive system.multicall forbidden");
+void XmlRpcServerConnection::startCall(XmlRpcServerMethod* method, XmlRpcValue& params) {
+  auto completion = std::make_shared<PendingResult>(this);
+  _pending = completion;
+  _haveOutcome = false;
+  try {
+    method->executeAsync(params, completion);
+  } catch (const XmlRpcException& fault) {
+    // Counts only when the method had not delivered yet.
+    completion->fail(fault.getMessage(), fault.getCode());
   }
-  if (params.getType() != XmlRpcValue::TypeArray || params.size() != 1 ||
-      params[0].getType() != XmlRpcValue::TypeArray) {
-    throw XmlRpcException(name + ": Invalid argument (expected an array)");
-  }
+}
 
-  struct MulticallScope {
+void XmlRpcServerConnection::runCalls() {
+  if (_runningCalls) return;  // the loop further up the stack carries on
+  struct RunningScope {
     bool& flag;
-    explicit MulticallScope(bool& f) : flag(f) { flag = true; }
-    ~MulticallScope() { flag = false; }
-  } scope(_inMulticall);
+    explicit RunningScope(bool& f) : flag(f) { flag = true; }
+    ~RunningScope() { flag = false; }
+  } scope(_runningCalls);
 
-  XmlRpcValue& calls = params[0];
-  const int n = calls.size();
-  result.setSize(n);
-  for (int i = 0; i < n; ++i) {
-    XmlRpcValue& call = calls[i];
-    if (call.getType() != XmlRpcValue::TypeStruct || !call.hasMember("methodName") ||
-        !call.hasMember("params")) {
-      result[i] = faultStruct(-1, name +
+  for (;;) {
+    if (_pending) {
+      if (!_haveOutcome) {
+        _connectionState = EXECUTE_PENDING;
+        return;
+      }
+      _pending.reset();
+      _haveOutcome = false;
+      Outcome outcome = std::move(_outcome);
+      if (!_multicall) {
+        respond(std::move(outcome));
+        return;
+      }
+      XmlRpcValue& entry = _results[_nextEntry++];
+      if (outcome.fault) {
+        entry = faultStruct(outcome.code, outcome.message);
+      } else {
+        entry.setSize(1);
+        entry[0] = outcome.value.valid() ? std::move(outcome.value) : XmlRpcValue(std::string());
+      }
+    }
+    if (!_multicall) return;
+    if (_nextEntry >= _results.size()) {
+      _params = XmlRpcValue();
+      generateResponse(_results.toXml());
+      _results = XmlRpcValue();
+      _connectionState = WRITE_RESPONSE;
+      return;
+    }
+    // An entry answered at once leaves nothing pending: the loop goes on
+    // with the next one.
+    startEntry();
+  }
+}
+
+bool XmlRpcServerConnection::startEntry() {
+  const int i = _nextEntry;
+  XmlRpcValue& call = _params[0][i];
+  if (call.getType() != XmlRpcValue::TypeStruct || !call.hasMember("methodName") ||
+      !call.hasMember("params")) {
+    _results[i] = faultStruct(-1, std::string(kMulticallName) +
                                       ": Invalid argument (expected a struct with members "
                                       "methodName and params)");
-      continue;
-    }
-    try {
-      const std::string& methodName = call["methodName"];
-      XmlRpcValue inner;
-      inner.setSize(1);
-      if (!executeMethod(methodName, call["params"], inner[0]) &&
-          !executeMulticall(methodName, params, inner[0])) {
-        result[i] = faultStruct(-1, methodName + ": unknown method name");
-      } else {
-        result[i] = std::move(inner);
-      }
-    } catch (const XmlRpcException& fault) {
-      result[i] = faultStruct(fault.getCode(), fault.getMessage());
-    }
+    ++_nextEntry;
+    return false;
   }
-  return true;
+  try {
+    const std::string& methodName = call["methodName"];
+    XmlRpcServerMethod* method = _server->findMethod(methodName);
+    if (method != nullptr) {
+      startCall(method, call["params"]);
+      return true;
+    }
+    // A nested "system.multicall" would re-run the outer list from inside
+    // itself, which never ends: it is refused.
+    if (methodName == kMulticallName) {
+      throw XmlRpcException(methodName + ": Recursive system.multicall forbidden");
+    }
+    _results[i] = faultStruct(-1, methodName + ": unknown method name");
+  } catch (const XmlRpcException& fault) {
+    _results[i] = faultStruct(fault.getCode(), fault.getMessage());
+  }
+  ++_nextEntry;
+  return false;
+}
+
+void XmlRpcServerConnection::deliver(Outcome&& outcome) {
+  _outcome = std::move(outcome);
+  _haveOutcome = true;
+  if (_runningCalls) return;  // delivered from inside executeAsync
+  runCalls();
+  if (_connectionState == WRITE_RESPONSE) {
+    // Delivered from outside the connection's own handler: the response
+    // goes out once the socket can take it.
+    _bytesWritten = 0;
+    _server->getDispatch().setSourceEvents(this, XmlRpcDispatch::WritableEvent);
+  }
+}
+
+void XmlRpcServerConnection::respond(Outcome&& outcome) {
+  _params = XmlRpcValue();
+  _connectionState = WRITE_RESPONSE;
+  if (outcome.fault) {
+    XmlRpcUtil::log(2, "XmlRpcServerConnection::executeRequest: fault %s.",
+                    outcome.message.c_str());
+    generateFaultResponse(outcome.message, outcome.code);
+    return;
+  }
+  if (!outcome.value.valid()) outcome.value = std::string();
+  generateResponse(outcome.value.toXml());
 }
 
 void XmlRpcServerConnection::generateResponse(const std::string& resultXml) {

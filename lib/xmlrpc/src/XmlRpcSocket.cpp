@@ -120,6 +120,14 @@ bool XmlRpcSocket::nbWrite(int fd, const std::string& s, int* bytesSoFar) {
   return true;
 }
 
+bool XmlRpcSocket::nbPeek(int fd, bool* eof, bool* data) {
+  char byte;
+  ssize_t n = ::recv(fd, &byte, 1, MSG_PEEK);
+  *eof = n == 0;
+  *data = n > 0;
+  return n >= 0 || nonFatalError();
+}
+
 int XmlRpcSocket::getError() { return errno; }
 
 std::string XmlRpcSocket::getErrorMsg() { return getErrorMsg(getError()); }

@@ -54,6 +54,12 @@ class XmlRpcServer : public XmlRpcSource {
   // Closes the listening socket and every connection.
   void shutdown();
 
+  // The dispatcher that runs the listener and the connections. The program
+  // may add sources of its own to it (a link to another process, say), so
+  // that one loop serves everything. shutdown() and the destructor close
+  // every source of it, so the program removes its own sources first.
+  XmlRpcDispatch& getDispatch() { return _disp; }
+
   // Fills `result` with the registered names in byte order, then
   // "system.multicall", which every connection handles itself.
   void listMethods(XmlRpcValue& result);

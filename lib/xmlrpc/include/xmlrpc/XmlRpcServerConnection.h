@@ -2,19 +2,29 @@
 // and writing their responses until it is closed.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "xmlrpc/XmlRpcSource.h"
+#include "xmlrpc/XmlRpcValue.h"
 
 namespace XmlRpc {
 
 class XmlRpcServer;
-class XmlRpcValue;
+class XmlRpcServerMethod;
 
 class XmlRpcServerConnection : public XmlRpcSource {
  public:
-  // The states of the request cycle, each with its own function.
-  enum ServerConnectionState { READ_HEADER = 0, READ_REQUEST = 1, WRITE_RESPONSE = 2 };
+  // The states of the request cycle. EXECUTE_PENDING: the request has been
+  // read and a method answers later through its XmlRpcCompletion; the
+  // connection reads nothing meanwhile (it only notices the client leaving)
+  // and is not subject to the request time-outs.
+  enum ServerConnectionState {
+    READ_HEADER = 0,
+    READ_REQUEST = 1,
+    WRITE_RESPONSE = 2,
+    EXECUTE_PENDING = 3
+  };
 
   // Largest header (request line and fields up to the blank line) that is
   // waited for. Real clients send a few hundred bytes; without a bound a
@@ -34,14 +44,17 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // Advances the request cycle as far as the data allows: one readable event
   // can carry a request from its header to the written response. Returns 0
   // to be closed, WritableEvent while a response is waiting to be sent,
-  // ReadableEvent otherwise. The event type is not looked at.
+  // ReadableEvent otherwise; while a result is awaited, ReadableEvent (to
+  // notice the client closing) or, once the client has sent more bytes that
+  // must wait, Exception only. The event type is not looked at.
   unsigned handleEvent(unsigned eventType) override;
 
   ServerConnectionState getState() const { return _connectionState; }
   bool getKeepAlive() const { return _keepAlive; }
 
  protected:
-  // Parses the request in the buffer, runs it and fills the response.
+  // Parses the request in the buffer and starts it: fills the response, or
+  // leaves the connection in EXECUTE_PENDING when a method answers later.
   virtual void executeRequest();
 
   // The transport: the connection's socket unless a subclass feeds the
@@ -49,6 +62,9 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // XmlRpcSocket::nbRead and XmlRpcSocket::nbWrite.
   virtual bool readAvailable(std::string& s, bool* eof, size_t maxSize);
   virtual bool writeAvailable(const std::string& s, int* bytesSoFar);
+  // Looks without taking anything: *eof when the peer has closed, *data when
+  // bytes wait. False on a real error.
+  virtual bool peekAvailable(bool* eof, bool* data);
 
   // The state functions; false means "close the connection".
   bool readHeader();
@@ -61,11 +77,6 @@ class XmlRpcServerConnection : public XmlRpcSource {
 
   // Reads the method name (returned) and the parameters of the request.
   std::string parseRequest(XmlRpcValue& params);
-  // False when `name` is not a registered method.
-  bool executeMethod(const std::string& name, XmlRpcValue& params, XmlRpcValue& result);
-  // False when `name` is not "system.multicall"; throws XmlRpcException
-  // when its argument is not a single array.
-  bool executeMulticall(const std::string& name, XmlRpcValue& params, XmlRpcValue& result);
 
   void generateResponse(const std::string& resultXml);
   void generateFaultResponse(const std::string& message, int code = -1);
@@ -88,9 +99,50 @@ class XmlRpcServerConnection : public XmlRpcSource {
   int _lengthValue = -1;
   int _connectionValue = -1;
 
-  // Nested "system.multicall" entries are refused: re-running the outer
-  // list from inside itself would never end.
-  bool _inMulticall = false;
+  // The call in progress: the method's name and parameters, and for
+  // "system.multicall" the entries' results so far and the next entry.
+  std::string _methodName;
+  XmlRpcValue _params;
+  bool _multicall = false;
+  XmlRpcValue _results;
+  int _nextEntry = 0;
+
+ private:
+  class PendingResult;
+  friend class PendingResult;
+
+  // What a method delivered through its completion.
+  struct Outcome {
+    bool fault = false;
+    XmlRpcValue value;  // the result (invalid: sent as "")
+    std::string message;
+    int code = -1;
+  };
+
+  // The connection is waiting for a result.
+  unsigned watchWhilePending();
+  // Starts the call: a registered method, "system.multicall", or the
+  // unknown-method fault.
+  void startRequest();
+  // Hands `params` to `method` through a fresh completion.
+  void startCall(XmlRpcServerMethod* method, XmlRpcValue& params);
+  // Moves the call on as far as results are in: takes a delivered outcome,
+  // starts the next multicall entry, and builds the response once all is
+  // done. Runs as a loop, so that a long multicall whose entries finish at
+  // once does not nest a call per entry.
+  void runCalls();
+  // Starts the multicall entry _nextEntry, or answers it at once (a
+  // malformed entry, an unknown or nested name); true when one was started.
+  bool startEntry();
+  // A completion delivered its outcome.
+  void deliver(Outcome&& outcome);
+  // Turns an outcome into the response of a single call.
+  void respond(Outcome&& outcome);
+
+  std::shared_ptr<PendingResult> _pending;  // the call that is out, if any
+  bool _haveOutcome = false;
+  Outcome _outcome;
+  bool _runningCalls = false;  // runCalls() is on the stack
 };
 
 }  // namespace XmlRpc

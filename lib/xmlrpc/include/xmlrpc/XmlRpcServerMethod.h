@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "xmlrpc/XmlRpcCompletion.h"
+
 namespace XmlRpc {
 
 class XmlRpcServer;
@@ -24,6 +26,15 @@ class XmlRpcServerMethod {
   // the request had none), `result` starts invalid. A fault is reported by
   // throwing XmlRpcException; a result left invalid is sent as "".
   virtual void execute(XmlRpcValue& params, XmlRpcValue& result) = 0;
+
+  // Starts the call; the result goes to `completion`, now or later (see
+  // XmlRpcCompletion). The connection calls this, not execute(). `params`
+  // lives only until this returns: a method that answers later copies what
+  // it needs. The default runs execute() and finishes at once, turning an
+  // XmlRpcException into fail(); a method that waits for something overrides
+  // this and returns as soon as the waiting has begun. Exceptions of other
+  // kinds are not caught, as with execute().
+  virtual void executeAsync(XmlRpcValue& params, const XmlRpcCompletionPtr& completion);
 
   // The text system.methodHelp returns for this method.
   virtual std::string help() { return std::string(); }

@@ -34,6 +34,9 @@ class XmlRpcSocket {
   // Sends the rest of `s` from *bytesSoFar on, advancing *bytesSoFar, until
   // all is out or the socket would block. False on a real error.
   static bool nbWrite(int fd, const std::string& s, int* bytesSoFar);
+  // Looks at the socket without taking anything: *eof when the peer has
+  // closed, *data when bytes are waiting. False on a real error.
+  static bool nbPeek(int fd, bool* eof, bool* data);
 
   // The error number of the last failed socket call.
   static int getError();
