@@ -5,8 +5,9 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <deque>
+#include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -39,10 +40,6 @@ class sim_server {
   void run(const volatile std::sig_atomic_t& stop, const sigset_t& wait_mask);
 
  private:
-  struct scheduled {
-    std::int64_t due_ms;
-    std::string frames;
-  };
   struct client {
     int fd = -1;
     std::uint64_t number = 0;
@@ -52,7 +49,9 @@ class sim_server {
     bool hello_done = false;
     bool closing = false;  // close once the outbox is written
     std::uint64_t packets = 0;
-    std::deque<scheduled> later;  // replies held back by --delay-ms
+    // Replies held back by --delay-ms and --jitter-ms, by the time they are
+    // due; equal times keep their order of arrival.
+    std::multimap<std::int64_t, std::string> later;
   };
 
   void accept_clients();
@@ -70,6 +69,10 @@ class sim_server {
   int listen_fd_ = -1;
   std::FILE* record_ = nullptr;  // the --record file, when given
   std::uint64_t accepted_ = 0;
+  // Commands received from all clients, for --hang-after.
+  std::uint64_t commands_ = 0;
+  // Draws the --jitter-ms of each reply.
+  std::minstd_rand jitter_random_;
   std::vector<std::unique_ptr<client>> clients_;
 };
 

@@ -77,9 +77,9 @@ for conns in 1 16; do
 done
 
 # The direct client: vxcapi::connection::send_sync to a simulator of its own.
-direct_ns=$(taskset -c 1 "$build/bin/bench_vxp" --benchmark_filter='BM_SendSyncVersion' \
+direct_ns=$(taskset -c 1 "$build/bin/bench_vxp" --benchmark_filter='BM_RoundTripVersion' \
               --benchmark_min_time=2 --benchmark_format=csv 2>/dev/null |
-            awk -F, '/BM_SendSyncVersion/ {print $4}')
+            awk -F, '/BM_RoundTripVersion/ {print $4}')
 
 python3 - "$direct_ns" "${results[@]}" <<'PY'
 import sys

@@ -12,14 +12,17 @@ namespace {
 
 [[noreturn]] void fail(const std::string& what) { throw protocol_error("bad message: " + what); }
 
-std::uint64_t as_uint(const msgpack::object& o, const char* what) {
-  if (o.type != msgpack::type::POSITIVE_INTEGER) fail(std::string(what) + " is not a number");
-  return o.via.u64;
+using item = detail::msgpack_item;
+using item_type = detail::msgpack_item::type;
+
+std::uint64_t as_uint(const item& o, const char* what) {
+  if (o.t != item_type::uint) fail(std::string(what) + " is not a number");
+  return o.uint;
 }
 
-std::string as_text(const msgpack::object& o, const char* what) {
-  if (o.type != msgpack::type::STR) fail(std::string(what) + " is not a string");
-  return std::string(o.via.str.ptr, o.via.str.size);
+std::string as_text(const item& o, const char* what) {
+  if (o.t != item_type::str) fail(std::string(what) + " is not a string");
+  return std::string(o.bytes);
 }
 
 // Fields of a hello: [0, "vxp", version, name]; of a packet message:
@@ -95,38 +98,43 @@ void append_frame(std::string& out, const message& m) {
 }
 
 message decode_message(std::string_view body) {
-  msgpack::zone zone;
-  const msgpack::object o = detail::parse_object(body, zone);
-  if (o.type != msgpack::type::ARRAY || o.via.array.size == 0) fail("not a message array");
-  const auto& a = o.via.array;
-  const std::uint64_t kind = as_uint(a.ptr[0], "message kind");
+  detail::msgpack_reader r(body);
+  detail::decode_budget budget(body.size());
+  const item a = r.next();
+  if (a.t != item_type::array || a.count == 0) fail("not a message array");
+  const std::uint64_t kind = as_uint(r.next(), "message kind");
   message m;
   if (kind == static_cast<std::uint64_t>(message_kind::hello)) {
-    if (a.size != hello_fields) fail("hello has the wrong number of fields");
-    if (as_text(a.ptr[1], "hello magic") != protocol_magic) fail("hello is not a vxp hello");
-    const std::uint64_t version = as_uint(a.ptr[2], "protocol version");
+    if (a.count != hello_fields) fail("hello has the wrong number of fields");
+    if (as_text(r.next(), "hello magic") != protocol_magic) fail("hello is not a vxp hello");
+    const std::uint64_t version = as_uint(r.next(), "protocol version");
     if (version > 0xffffffffu) fail("protocol version out of range");
     m.kind = message_kind::hello;
     m.version = static_cast<std::uint32_t>(version);
-    m.peer = as_text(a.ptr[3], "peer name");
+    m.peer = as_text(r.next(), "peer name");
+    detail::expect_end(r);
     return m;
   }
   if (kind > static_cast<std::uint64_t>(message_kind::notice))
     fail("unknown message kind " + std::to_string(kind));
-  if (a.size != packet_fields) fail("packet message has the wrong number of fields");
+  if (a.count != packet_fields) fail("packet message has the wrong number of fields");
   m.kind = static_cast<message_kind>(kind);
-  m.id = as_uint(a.ptr[1], "request id");
+  m.id = as_uint(r.next(), "request id");
   if (m.kind == message_kind::notice ? m.id != 0 : m.id == 0)
     fail(m.kind == message_kind::notice ? "notice with a request id"
                                         : "request or reply without a request id");
-  const std::uint64_t type = as_uint(a.ptr[2], "packet type");
+  const std::uint64_t type = as_uint(r.next(), "packet type");
   if (type > 0xffffffffu) fail("packet type out of range");
   m.body.set_type(static_cast<std::uint32_t>(type));
-  m.body.set_command(as_text(a.ptr[3], "command name"));
-  const vxcore::property_ptr payload = detail::unpack_property(a.ptr[4]);
+  m.body.set_command(as_text(r.next(), "command name"));
+  const vxcore::property_ptr payload = detail::unpack_property(r, budget);
   if (!payload || payload->get_kind() != vxcore::kind_properties)
     fail("packet payload is not a properties map");
-  m.body.set_properties(static_cast<const vxcore::properties&>(*payload));
+  detail::expect_end(r);
+  // The map was made just now and nothing else refers to it: moved, not
+  // copied, so a large reply is not held twice.
+  m.body.set_properties(
+      std::move(const_cast<vxcore::properties&>(static_cast<const vxcore::properties&>(*payload))));
   return m;
 }
 

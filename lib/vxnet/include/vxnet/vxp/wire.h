@@ -41,6 +41,16 @@ inline constexpr std::size_t max_property_depth = 64;
 // frame size) caps the memory one frame can make us reserve.
 inline constexpr std::size_t max_container_items = 1u << 20;
 
+// What decoding one frame may build, in estimated bytes of the objects it
+// makes (each property, list slot and map entry charged as it is made):
+// decode_cost_factor times the frame's size plus decode_cost_slack. Honest
+// payloads (status lists of short keys and values) cost about 11 times
+// their size; the bound keeps a hostile frame of tiny values from costing
+// more, so a 16 MiB frame can never make more than about 256 MiB. A frame
+// beyond it is a protocol error, which ends the link.
+inline constexpr std::size_t decode_cost_factor = 16;
+inline constexpr std::size_t decode_cost_slack = 64 * 1024;
+
 // A peer broke the protocol: bad frame, bad message, bad property encoding.
 // The link it came over cannot be trusted any more and is closed.
 class protocol_error : public std::runtime_error {
