@@ -12,7 +12,11 @@ PACKAGES=(
   libmsgpack-cxx-dev libspdlog-dev libavahi-client-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev python3 iproute2 util-linux
-  dbus avahi-daemon avahi-utils wrk procps locales
+  dbus avahi-daemon avahi-utils wrk procps locales curl
+  # packaging, the systemd unit and the manual page
+  systemd groff-base man-db fakeroot dpkg-dev file
+  # the dashboard's browser test (driven by playwright-core from npm)
+  chromium
 )
 
 missing=()
