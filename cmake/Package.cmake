@@ -9,6 +9,7 @@ set(CPACK_PACKAGE_CONTACT "Corvane developers <dev@corvane.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "XML-RPC gateway of the Corvane transcoding system")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}.0)
 set(CPACK_PACKAGING_INSTALL_PREFIX /opt/corvane)
+set(CPACK_INSTALL_PREFIX /opt/corvane)
 # The prefix stays /opt/corvane while installing into the staging folder,
 # so the unit names the program where the package puts it.
 set(CPACK_SET_DESTDIR ON)
