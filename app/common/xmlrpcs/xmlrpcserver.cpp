@@ -11,6 +11,9 @@
 #include <vxcore/property_values.h>
 #include <xmlrpc/XmlRpcServer.h>
 
+#include "dashboard_page.h"
+#include "retry_schedule.h"
+
 namespace xmlrpcs {
 
 namespace {
@@ -80,6 +83,7 @@ void xmlrpcserver::start_listening(int port) {
   xmlrpc_server_.reset();
   xmlrpc_server_ = std::make_unique<XmlRpc::XmlRpcServer>();
   xmlrpc_server_->enableIntrospection(true);
+  xmlrpc_server_->setStaticPage(dashboard_content_type, std::string(dashboard_page()));
   // A failure is reported by the engine itself; the loop runs on without
   // listening.
   xmlrpc_server_->bindAndListen(port, listen_backlog);

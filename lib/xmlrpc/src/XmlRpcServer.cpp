@@ -157,4 +157,8 @@ void XmlRpcServer::removeConnection(XmlRpcServerConnection* connection) {
   _disp.removeSource(connection);
 }
 
+void XmlRpcServer::setStaticPage(const std::string& contentType, const std::string& body) {
+  _staticPage = std::make_unique<XmlRpcStaticPage>(XmlRpcStaticPage{contentType, body});
+}
+
 }  // namespace XmlRpc

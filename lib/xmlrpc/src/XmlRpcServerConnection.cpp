@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "xmlrpc/XmlRpcBodilessRequest.h"
 #include "xmlrpc/XmlRpcCompletion.h"
 #include "xmlrpc/XmlRpcException.h"
 #include "xmlrpc/XmlRpcServer.h"
@@ -214,6 +215,13 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
     }
   }
 
+  // A request without a body (GET, HEAD, OPTIONS, ...) is complete at its
+  // blank line, even when nothing follows it.
+  if (_lengthValue < 0 && isBodilessRequest(_header)) {
+    if (bodyStart >= 0) return answerBodiless(static_cast<size_t>(bodyStart));
+    if (_header.ends_with("\r\n\r\n") || _header.ends_with("\n\n")) return answerBodiless(end);
+  }
+
   if (bodyStart < 0) {
     if (eof) {
       XmlRpcUtil::log(4, "XmlRpcServerConnection::readHeader: EOF");
@@ -276,6 +284,25 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
   return true;
 }
 
+bool XmlRpcServerConnection::answerBodiless(size_t headerEnd) {
+  XmlRpcBodilessAnswer answer =
+      answerBodilessRequest(std::string_view(_header).substr(0, headerEnd), _server->staticPage());
+  XmlRpcUtil::log(3, "XmlRpcServerConnection::readHeader: answered a request without a body.");
+  _header.clear();
+  _scanPosition = 0;
+  _lengthValue = -1;
+  _connectionValue = -1;
+  _request.clear();
+  _response = std::move(answer.response);
+  _bytesWritten = 0;
+  // Kept alive while it is written, so a response larger than one send pass
+  // still goes out whole.
+  _keepAlive = true;
+  _closeWhenWritten = answer.close;
+  _connectionState = WRITE_RESPONSE;
+  return true;
+}
+
 bool XmlRpcServerConnection::readRequest() {
   if (_request.length() < static_cast<size_t>(_contentLength)) {
     bool eof = false;
@@ -326,6 +353,7 @@ bool XmlRpcServerConnection::writeResponse() {
     _request.clear();
     _response.clear();
     _connectionState = READ_HEADER;
+    if (_closeWhenWritten) return false;
   }
   // Without keep-alive the connection closes after this pass even when the
   // response did not fit into it.

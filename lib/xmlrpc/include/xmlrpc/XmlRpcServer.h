@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "xmlrpc/XmlRpcBodilessRequest.h"
 #include "xmlrpc/XmlRpcDispatch.h"
 #include "xmlrpc/XmlRpcSource.h"
 
@@ -30,6 +31,12 @@ class XmlRpcServer : public XmlRpcSource {
   void removeMethod(const std::string& name);
   // The method filed under `name`, or null.
   XmlRpcServerMethod* findMethod(const std::string& name) const;
+
+  // A page for "GET /" (a request without a body; XML-RPC calls are
+  // untouched). Without one, "GET /" is answered 404.
+  void setStaticPage(const std::string& contentType, const std::string& body);
+  // The page, or null.
+  const XmlRpcStaticPage* staticPage() const { return _staticPage.get(); }
 
   // Registers (or takes away) "system.listMethods" and "system.methodHelp".
   // The two objects are made once and reused by a later re-enable.
@@ -83,6 +90,7 @@ class XmlRpcServer : public XmlRpcSource {
   std::map<std::string, XmlRpcServerMethod*> _methods;
   std::unique_ptr<XmlRpcServerMethod> _listMethods;
   std::unique_ptr<XmlRpcServerMethod> _methodHelp;
+  std::unique_ptr<XmlRpcStaticPage> _staticPage;
 };
 
 }  // namespace XmlRpc

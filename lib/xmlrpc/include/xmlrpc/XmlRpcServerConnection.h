@@ -75,6 +75,10 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // takes the length, the start of the body and the keep-alive decision.
   bool parseHeader(bool eof);
 
+  // A complete header of a request without a body (not a POST) ends at
+  // headerEnd: answer it as XmlRpcBodilessRequest says.
+  bool answerBodiless(size_t headerEnd);
+
   // Reads the method name (returned) and the parameters of the request.
   std::string parseRequest(XmlRpcValue& params);
 
@@ -91,6 +95,9 @@ class XmlRpcServerConnection : public XmlRpcSource {
   std::string _response;  // the whole response (header and body) being sent
   int _bytesWritten = 0;
   bool _keepAlive = true;
+  // Close once the response is written completely (bodiless answers that
+  // end the connection).
+  bool _closeWhenWritten = false;
 
   // Where the header scan resumes, and what it has found so far (offsets
   // into _header, -1: not seen). A rescan from the start would find the
