@@ -109,16 +109,13 @@ def _script(name):
 
 NO_KEEP_ALIVE_LUA = "LuaSocket's http.request opens a new connection for every call"
 NO_KEEP_ALIVE_TCL = "xmlrpc::call opens a new socket for every call and has no client object"
-NO_KEEP_ALIVE_FRONTIER = ("Frontier::Client makes its own LWP::UserAgent without keep_alive "
-                          "and takes no user agent of the caller's")
 
 CLIENTS = [
     Client("python", "Python xmlrpc.client", [sys.executable, _script("python_client.py")]),
     Client("ruby", "Ruby xmlrpc", ["ruby", _script("ruby_client.rb")]),
     Client("rpc-xml", "Perl RPC::XML", ["perl", _script("rpc_xml_client.pl")]),
     Client("xmlrpc-lite", "Perl XMLRPC::Lite", ["perl", _script("xmlrpc_lite_client.pl")]),
-    Client("frontier", "Perl Frontier::Client", ["perl", _script("frontier_client.pl")],
-           keep_alive_na=NO_KEEP_ALIVE_FRONTIER),
+    Client("frontier", "Perl Frontier::Client", ["perl", _script("frontier_client.pl")]),
     Client("axmlrpc", "Java aXMLRPC",
            ["java", "-cp", JAVA_CLASSES + ":" + AXMLRPC_JAR, "AxmlrpcClient"], prepare=_build_java),
     Client("kolo", "Go kolo/xmlrpc", [os.path.join(WORK_DIR, "kolo-client")], prepare=_build_go),
