@@ -22,8 +22,12 @@ for p in "${PACKAGES[@]}"; do
   fi
 done
 
+# The client libraries of the interoperability suite have a script of their own.
+interop_deps() { bash "$(dirname "$0")/install-interop-deps.sh"; }
+
 if ((${#missing[@]} == 0)); then
   echo "install-deps: all ${#PACKAGES[@]} packages present"
+  interop_deps
   exit 0
 fi
 
@@ -41,3 +45,4 @@ if [[ ! -e /usr/sbin/policy-rc.d ]]; then
   trap '$SUDO rm -f /usr/sbin/policy-rc.d' EXIT
 fi
 $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+interop_deps

@@ -58,7 +58,8 @@ PARALLEL_CLIENTS = 4
 class Client:
     """One client library: how to run its program and what it cannot send."""
 
-    def __init__(self, key, title, argv, omits=(), keep_alive_na=None, prepare=None, env=None):
+    def __init__(self, key, title, argv, omits=(), keep_alive_na=None, prepare=None, env=None,
+                 known=None):
         self.key = key
         self.title = title
         self.argv = argv
@@ -68,6 +69,11 @@ class Client:
         self.keep_alive_na = keep_alive_na
         self.prepare = prepare
         self.env = env or {}
+        # Checks that fail through a defect the gateway cannot mend:
+        # {check: (text the failure names, why)}. They stay in the table as
+        # "known"; the test fails if they pass (update the suite) or fail
+        # for another reason.
+        self.known = known or {}
 
 
 def _newer(target, sources):
@@ -110,6 +116,11 @@ def _script(name):
 NO_KEEP_ALIVE_LUA = "LuaSocket's http.request opens a new connection for every call"
 NO_KEEP_ALIVE_TCL = "xmlrpc::call opens a new socket for every call and has no client object"
 
+KOLO_QUOTES = ("kolo/xmlrpc writes \" and ' as the character references &#34; and &#39; (Go's "
+               "xml.Escape), which the gateway keeps as written")
+KOLO_EMPTY_STRING = ("kolo/xmlrpc's decoder drops the rest of an array or struct after an empty "
+                     "untyped string, <value></value>, the way the gateway writes one")
+
 CLIENTS = [
     Client("python", "Python xmlrpc.client", [sys.executable, _script("python_client.py")]),
     Client("ruby", "Ruby xmlrpc", ["ruby", _script("ruby_client.rb")]),
@@ -118,7 +129,9 @@ CLIENTS = [
     Client("frontier", "Perl Frontier::Client", ["perl", _script("frontier_client.pl")]),
     Client("axmlrpc", "Java aXMLRPC",
            ["java", "-cp", JAVA_CLASSES + ":" + AXMLRPC_JAR, "AxmlrpcClient"], prepare=_build_java),
-    Client("kolo", "Go kolo/xmlrpc", [os.path.join(WORK_DIR, "kolo-client")], prepare=_build_go),
+    Client("kolo", "Go kolo/xmlrpc", [os.path.join(WORK_DIR, "kolo-client")], prepare=_build_go,
+           known={"submit": ("&#34;q&#34; &#39;a&#39;", KOLO_QUOTES),
+                  "empties": ('Files:[]string{"a", ""}', KOLO_EMPTY_STRING)}),
     Client("tcl", "Tcl xmlrpc", ["tclsh", _script("tcl_client.tcl")],
            keep_alive_na=NO_KEEP_ALIVE_TCL),
     Client("lua", "Lua xmlrpc", ["lua5.1", _script("lua_client.lua")],
@@ -211,6 +224,8 @@ class Interop(unittest.TestCase):
             cls.compare_recorded_submission(c, records)
         for c in ready:
             cls.run_calls(c)
+        for c in ready:
+            cls.mark_known(c)
         cls.write_results()
 
     @classmethod
@@ -244,22 +259,24 @@ class Interop(unittest.TestCase):
         """The client says its submission was accepted; the simulator's record
         says what arrived, member by member."""
         checks = cls.rows[client.key]["checks"]
-        if checks.get("submit", ("fail",))[0] != "pass":
-            return
+        state, why = checks.get("submit", ("fail", ""))
         name = submission_name(client.key)
         got = [r["properties"]["submission"] for r in records
                if r["command"] == "proxy.node.submit.submission"
                and isinstance(r["properties"].get("submission"), dict)
-               and r["properties"]["submission"].get("name") == name]
-        if len(got) != 1:
-            checks["submit"] = ("fail", "%d recorded submissions named %r" % (len(got), name))
+               and str(r["properties"]["submission"].get("name")).startswith(client.key + " <b>")]
+        if state == "pass" and len(got) != 1:
+            checks["submit"] = ("fail", "%d recorded submissions named like %r" % (len(got), name))
+            return
+        if not got:
+            # A submission that did not arrive was reported by the client.
             return
         want = expected_submission(client)
         wrong = sorted(k for k in set(want) | set(got[0]) if want.get(k, "absent") != got[0].get(k, "absent"))
         if wrong:
-            checks["submit"] = ("fail", "the proxy received other values for %s: %s" % (
-                ", ".join(wrong), json.dumps({k: got[0].get(k, "absent") for k in wrong},
-                                             ensure_ascii=False)))
+            checks["submit"] = ("fail", "%sthe proxy received other values for %s: %s" % (
+                why + "; " if state == "fail" else "", ", ".join(wrong),
+                json.dumps({k: got[0].get(k, "absent") for k in wrong}, ensure_ascii=False)))
 
     @classmethod
     def run_calls(cls, client):
@@ -282,6 +299,15 @@ class Interop(unittest.TestCase):
             row["checks"]["keep-alive"] = ("fail", "%d connections for %d calls" % (connections, CALLS))
 
     @classmethod
+    def mark_known(cls, client):
+        checks = cls.rows[client.key]["checks"]
+        for check, (text, why) in client.known.items():
+            state, detail = checks.get(check, ("fail", ""))
+            if state == "fail" and text in detail:
+                checks[check] = ("known", why)
+                cls.rows[client.key].setdefault("known_details", {})[check] = detail
+
+    @classmethod
     def write_results(cls):
         with open(RESULTS_JSON, "w") as f:
             json.dump({"checks": CHECKS, "calls": CALLS, "clients": cls.rows}, f, indent=1,
@@ -289,11 +315,14 @@ class Interop(unittest.TestCase):
         with open(RESULTS_MD, "w") as f:
             f.write(results_table(cls.rows))
 
-    def assert_client(self, key):
-        row = self.rows[key]
-        failed = {k: v[1] for k, v in row["checks"].items() if v[0] not in ("pass", "n/a")}
-        self.assertEqual(failed, {}, "%s: failed checks" % row["title"])
+    def assert_client(self, client):
+        row = self.rows[client.key]
         self.assertEqual(sorted(row["checks"]), sorted(CHECKS))
+        failed = {k: v[1] for k, v in row["checks"].items() if v[0] not in ("pass", "n/a", "known")}
+        self.assertEqual(failed, {}, "%s: failed checks" % row["title"])
+        mended = sorted(k for k in client.known if row["checks"][k][0] != "known")
+        self.assertEqual(mended, [], "%s: known failures that no longer happen; take them out of "
+                         "the suite's list and docs/clients.md" % row["title"])
 
 
 def results_table(rows):
@@ -317,15 +346,15 @@ def results_table(rows):
     return "\n".join(lines) + "\n" + ("\n" + "\n".join(notes) + "\n" if notes else "")
 
 
-def _add_client_test(key):
+def _add_client_test(client):
     def test(self):
-        self.assert_client(key)
-    test.__name__ = "test_" + key.replace("-", "_")
+        self.assert_client(client)
+    test.__name__ = "test_" + client.key.replace("-", "_")
     setattr(Interop, test.__name__, test)
 
 
 for _c in CLIENTS:
-    _add_client_test(_c.key)
+    _add_client_test(_c)
 
 
 if __name__ == "__main__":
