@@ -20,6 +20,7 @@ counters tell how many connections each one opened (keep-alive).
 
 The results land in <build>/interop/results.json and results.md;
 tests/interop/update_docs.py puts the table into docs/clients.md.
+XMLRPCS_INTEROP_ONLY=ruby,lua runs only those clients (while working on one).
 """
 
 import concurrent.futures
@@ -34,6 +35,8 @@ import unittest
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "e2e"))
 import gateway  # noqa: E402
+sys.path.insert(0, HERE)
+from results_table import CHECKS, render  # noqa: E402
 
 CLIENTS_DIR = os.path.join(HERE, "clients")
 NODE_DIR = os.path.join(HERE, "node")
@@ -41,8 +44,6 @@ WORK_DIR = os.path.join(gateway.BUILD_DIR, "interop")
 RESULTS_JSON = os.path.join(WORK_DIR, "results.json")
 RESULTS_MD = os.path.join(WORK_DIR, "results.md")
 
-CHECKS = ["list-methods", "method-help", "get-version", "submit", "empties", "multicall",
-          "job-life", "keep-alive"]
 CALLS = 200
 # Simulated jobs run this long, so a job's life takes about a second.
 JOB_DURATION_MS = 300
@@ -143,7 +144,6 @@ CLIENTS = [
 ]
 
 
-# XMLRPCS_INTEROP_ONLY=ruby,lua runs only those clients (while working on one).
 if os.environ.get("XMLRPCS_INTEROP_ONLY"):
     _only = os.environ["XMLRPCS_INTEROP_ONLY"].split(",")
     CLIENTS = [c for c in CLIENTS if c.key in _only]
@@ -313,7 +313,7 @@ class Interop(unittest.TestCase):
             json.dump({"checks": CHECKS, "calls": CALLS, "clients": cls.rows}, f, indent=1,
                       ensure_ascii=False)
         with open(RESULTS_MD, "w") as f:
-            f.write(results_table(cls.rows))
+            f.write(render(cls.rows, CALLS))
 
     def assert_client(self, client):
         row = self.rows[client.key]
@@ -323,27 +323,6 @@ class Interop(unittest.TestCase):
         mended = sorted(k for k in client.known if row["checks"][k][0] != "known")
         self.assertEqual(mended, [], "%s: known failures that no longer happen; take them out of "
                          "the suite's list and docs/clients.md" % row["title"])
-
-
-def results_table(rows):
-    """The Markdown table of docs/clients.md."""
-    head = ["client"] + CHECKS + ["ms per call"]
-    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
-    for row in rows.values():
-        cells = [row["title"]]
-        for check in CHECKS:
-            state = row["checks"].get(check, ("fail", ""))[0]
-            cells.append(state)
-        ms = row.get("ms_per_call")
-        cells.append("%.2f" % ms if ms is not None else "-")
-        lines.append("| " + " | ".join(cells) + " |")
-    notes = []
-    for row in rows.values():
-        for check in CHECKS:
-            state, why = row["checks"].get(check, ("fail", ""))
-            if state != "pass" and why:
-                notes.append("- %s, %s: %s %s" % (row["title"], check, state, why))
-    return "\n".join(lines) + "\n" + ("\n" + "\n".join(notes) + "\n" if notes else "")
 
 
 def _add_client_test(client):
