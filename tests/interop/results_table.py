@@ -2,6 +2,8 @@
 test_interop.py beside its JSON results, and put into docs/clients.md by
 update_docs.py."""
 
+import html
+
 CHECKS = ["list-methods", "method-help", "get-version", "submit", "empties", "multicall",
           "job-life", "keep-alive"]
 
@@ -18,7 +20,8 @@ def render(rows, calls):
             state, why = row["checks"].get(check, ("fail", "no result"))
             cells.append(state)
             if state != "pass" and why:
-                notes.append("- %s, %s (%s): %s" % (row["title"], check, state, why))
+                notes.append("- %s, %s (%s): %s" % (row["title"], check, state,
+                                                    html.escape(why, quote=False)))
         ms = row.get("ms_per_call")
         cells.append("%.2f" % ms if ms is not None else "-")
         cells.append(str(row.get("connections", "-")))
