@@ -45,9 +45,13 @@ for p in "${PACKAGES[@]}"; do
   fi
 done
 
+# The client libraries of the interoperability suite have a script of their own.
+interop_deps() { bash "$(dirname "$0")/install-interop-deps.sh"; }
+
 if ((${#missing[@]} == 0)); then
   echo "install-deps: all ${#PACKAGES[@]} packages present"
   install_browser_driver
+  interop_deps
   exit 0
 fi
 
@@ -66,3 +70,4 @@ if [[ ! -e /usr/sbin/policy-rc.d ]]; then
 fi
 $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 install_browser_driver
+interop_deps
