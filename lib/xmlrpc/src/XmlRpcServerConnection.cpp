@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "XmlRpcText.h"
 #include "xmlrpc/XmlRpcBodilessRequest.h"
 #include "xmlrpc/XmlRpcCompletion.h"
 #include "xmlrpc/XmlRpcException.h"
@@ -467,7 +468,11 @@ void XmlRpcServerConnection::executeRequest() {
 std::string XmlRpcServerConnection::parseRequest(XmlRpcValue& params) {
   int offset = 0;
   std::string name = XmlRpcUtil::parseTag("<methodName>", _request, &offset);
-  if (name.empty() || !XmlRpcUtil::findTag("<params>", _request, &offset)) return name;
+  if (name.empty()) return name;
+  // "<params/>": a call without parameters, like one without the element.
+  int afterName = offset;
+  if (detail::nextEmptyElementIs("<params", _request, &afterName)) return name;
+  if (!XmlRpcUtil::findTag("<params>", _request, &offset)) return name;
 
   int nArgs = 0;
   // The parameters share one scan of the request, so that many parameters
