@@ -58,8 +58,7 @@ PARALLEL_CLIENTS = 4
 class Client:
     """One client library: how to run its program and what it cannot send."""
 
-    def __init__(self, key, title, argv, omits=(), keep_alive_na=None, prepare=None, env=None,
-                 known=None):
+    def __init__(self, key, title, argv, omits=(), keep_alive_na=None, prepare=None, known=None):
         self.key = key
         self.title = title
         self.argv = argv
@@ -68,7 +67,6 @@ class Client:
         # Why the library cannot keep a connection open, if it cannot.
         self.keep_alive_na = keep_alive_na
         self.prepare = prepare
-        self.env = env or {}
         # Checks that fail through a defect the gateway cannot mend:
         # {check: (text the failure names, why)}. They stay in the table as
         # "known"; the test fails if they pass (update the suite) or fail
@@ -227,10 +225,9 @@ class Interop(unittest.TestCase):
 
     @classmethod
     def run_client(cls, client, mode, timeout):
-        env = dict(os.environ, **client.env)
         try:
             done = subprocess.run(client.argv + [gateway.URL, client.key, mode], capture_output=True,
-                                  timeout=timeout, env=env)
+                                  timeout=timeout)
         except subprocess.TimeoutExpired as e:
             return None, "no answer within %d s; output: %r" % (timeout, e.stdout)
         except OSError as e:
