@@ -85,18 +85,30 @@ TEST(BodilessRequest, OptionsIsAPreflightAnswerForAnyTarget) {
   EXPECT_FALSE(a.close);
 }
 
-TEST(BodilessRequest, OtherPathsAre404AndOtherMethods405) {
-  const auto missing = answerBodilessRequest("GET /favicon.ico HTTP/1.1\r\n\r\n", &kPage);
-  EXPECT_EQ(missing.response.substr(0, 22), "HTTP/1.1 404 Not Found");
-  EXPECT_FALSE(missing.close);
-  const auto noPage = answerBodilessRequest("GET / HTTP/1.1\r\n\r\n", nullptr);
-  EXPECT_EQ(noPage.response.substr(0, 22), "HTTP/1.1 404 Not Found");
-  for (const char* request : {"DELETE / HTTP/1.1\r\n\r\n", "PUT /x HTTP/1.1\r\n\r\n",
-                              "BREW / HTTP/1.1\n\n", "garbage\r\n\r\n"}) {
+TEST(BodilessRequest, EverythingElseIs405AndCloses) {
+  for (const char* request : {"DELETE / HTTP/1.1\r\n\r\n", "BREW / HTTP/1.1\n\n"}) {
     const auto a = answerBodilessRequest(request, &kPage);
     EXPECT_EQ(a.response, k405) << request;
     EXPECT_TRUE(a.close);
   }
+  // Other targets, and the root without a page, take XML-RPC calls only.
+  const std::string postOnly =
+      "HTTP/1.1 405 Method Not Allowed\r\nServer: Corvane-XMLRPCServer/7.0\r\n"
+      "Connection: close\r\n"
+      "Allow: POST, OPTIONS\r\n"
+      "Content-Type: text/plain; charset=utf-8\r\n"
+      "Content-Length: 23\r\n\r\n";
+  EXPECT_EQ(answerBodilessRequest("GET /favicon.ico HTTP/1.1\r\n\r\n", &kPage).response,
+            postOnly + "405 Method Not Allowed\n");
+  EXPECT_EQ(answerBodilessRequest("PUT /x HTTP/1.1\r\n\r\n", &kPage).response,
+            postOnly + "405 Method Not Allowed\n");
+  EXPECT_EQ(answerBodilessRequest("garbage\r\n\r\n", &kPage).response,
+            postOnly + "405 Method Not Allowed\n");
+  const auto noPage = answerBodilessRequest("GET / HTTP/1.1\r\n\r\n", nullptr);
+  EXPECT_EQ(noPage.response, postOnly + "405 Method Not Allowed\n");
+  EXPECT_TRUE(noPage.close);
+  // HEAD gets the header alone.
+  EXPECT_EQ(answerBodilessRequest("HEAD /x HTTP/1.1\r\n\r\n", &kPage).response, postOnly);
 }
 
 namespace {

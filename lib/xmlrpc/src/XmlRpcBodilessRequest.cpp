@@ -90,7 +90,7 @@ void finish(std::string& response, std::string_view contentType, size_t length) 
   response += field;
 }
 
-// A short plain-text answer: 404, 405.
+// A short plain-text answer (405).
 XmlRpcBodilessAnswer textAnswer(std::string_view status, std::string_view extraFields,
                                 bool withBody, bool close) {
   XmlRpcBodilessAnswer answer;
@@ -125,11 +125,10 @@ XmlRpcBodilessAnswer answerBodilessRequest(std::string_view header, const XmlRpc
         std::to_string(kPreflightMaxAgeSeconds) + "\r\n\r\n";
     return answer;
   }
-  if (isGet || isHead) {
-    // The query string does not choose another page.
-    const std::string_view path = line.target.substr(0, line.target.find('?'));
-    if (page == nullptr || (path != "/" && path != "/index.html"))
-      return textAnswer("404 Not Found", "", isGet, close);
+  // The query string does not choose another page.
+  const std::string_view path = line.target.substr(0, line.target.find('?'));
+  const bool isPage = page != nullptr && (path == "/" || path == "/index.html");
+  if ((isGet || isHead) && isPage) {
     XmlRpcBodilessAnswer answer;
     answer.close = close;
     answer.response = responseHeader("200 OK", close);
@@ -139,7 +138,10 @@ XmlRpcBodilessAnswer answerBodilessRequest(std::string_view header, const XmlRpc
     if (isGet) answer.response += page->body;
     return answer;
   }
-  return textAnswer("405 Method Not Allowed", "Allow: GET, HEAD, POST, OPTIONS\r\n", true, true);
+  // Every other target takes XML-RPC calls only.
+  return textAnswer("405 Method Not Allowed",
+                    isPage ? "Allow: GET, HEAD, POST, OPTIONS\r\n" : "Allow: POST, OPTIONS\r\n",
+                    !isHead, true);
 }
 
 }  // namespace XmlRpc

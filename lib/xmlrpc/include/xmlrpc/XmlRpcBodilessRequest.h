@@ -23,13 +23,13 @@ struct XmlRpcBodilessAnswer {
 // a request that the XML-RPC path does not take: any method but POST.
 bool isBodilessRequest(std::string_view header);
 
-// The answer to such a request. `page` may be null (no page: "GET /" is 404).
+// The answer to such a request. `page` may be null (no page).
 //   GET / and GET /index.html   200 with the page
 //   HEAD of the same            the same header, no body
 //   OPTIONS (any target)        204, allowing POST from any origin with a
 //                               Content-Type header (CORS preflight)
-//   GET or HEAD of another path 404
-//   any other method            405 with an Allow header; always closes
+//   anything else               405 with an Allow header (every target
+//                               takes POST); always closes
 // The connection stays open as HTTP's rules say (HTTP/1.0 only with
 // "Connection: keep-alive", later versions unless "Connection: close").
 XmlRpcBodilessAnswer answerBodilessRequest(std::string_view header, const XmlRpcStaticPage* page);
