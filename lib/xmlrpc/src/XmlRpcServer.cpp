@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "XmlRpcIntrospection.h"
@@ -130,12 +131,16 @@ void XmlRpcServer::listMethods(XmlRpcValue& result) {
 }
 
 unsigned XmlRpcServer::handleEvent(unsigned /*eventType*/) {
-  acceptConnection();
+  // Several per event: one per pass would let a burst of clients overflow
+  // the kernel's accept queue while each pass walks every connection.
+  for (int i = 0; i < kAcceptBatch && !_listenerPaused; ++i) {
+    if (!acceptConnection()) break;
+  }
   // A rested listener keeps the empty mask pauseListening() gave it.
   return _listenerPaused ? 0xFFFFFFFFu : XmlRpcDispatch::ReadableEvent;
 }
 
-void XmlRpcServer::acceptConnection() {
+bool XmlRpcServer::acceptConnection() {
   int s = XmlRpcSocket::accept(getfd());
   XmlRpcUtil::log(2, "XmlRpcServer::acceptConnection: socket %d", s);
   if (s < 0) {
@@ -147,14 +152,14 @@ void XmlRpcServer::acceptConnection() {
       XmlRpcUtil::error("XmlRpcServer::acceptConnection: Could not accept connection (%s).",
                         XmlRpcSocket::getErrorMsg().c_str());
     }
-    return;
+    return false;
   }
   if (!XmlRpcSocket::setNonBlocking(s)) {
     XmlRpcSocket::close(s);
     XmlRpcUtil::error(
         "XmlRpcServer::acceptConnection: Could not set socket to non-blocking input mode (%s).",
         XmlRpcSocket::getErrorMsg().c_str());
-    return;
+    return true;
   }
   XmlRpcUtil::log(2, "XmlRpcServer::acceptConnection: creating a connection");
   XmlRpcServerConnection* connection = createConnection(s);
@@ -165,6 +170,7 @@ void XmlRpcServer::acceptConnection() {
   if (getConnectionCount() + kDescriptorReserve >= XmlRpcSocket::getDescriptorLimit()) {
     closeLongestIdle(connection);
   }
+  return true;
 }
 
 void XmlRpcServer::onDescriptorShortage() {
@@ -180,17 +186,23 @@ void XmlRpcServer::onDescriptorShortage() {
 }
 
 bool XmlRpcServer::closeLongestIdle(const XmlRpcServerConnection* spare) {
-  XmlRpcServerConnection* oldest = nullptr;
+  std::vector<XmlRpcServerConnection*> idle;
   for (XmlRpcServerConnection* c : _connections) {
-    if (c == spare || !c->isIdle()) continue;
-    if (oldest == nullptr || c->waitingSince() < oldest->waitingSince()) oldest = c;
+    if (c != spare && c->isIdle()) idle.push_back(c);
   }
-  if (oldest == nullptr) return false;
-  XmlRpcUtil::log(3,
-                  "XmlRpcServer: descriptors running short, closing the longest-idle "
-                  "connection");
-  closeConnection(oldest);
-  return true;
+  std::sort(idle.begin(), idle.end(),
+            [](const auto* a, const auto* b) { return a->waitingSince() < b->waitingSince(); });
+  for (XmlRpcServerConnection* c : idle) {
+    // A request may have arrived that the connection has not read yet (a
+    // connection accepted a moment ago, say): such a one is not idle.
+    if (c->hasDataWaiting()) continue;
+    XmlRpcUtil::log(3,
+                    "XmlRpcServer: descriptors running short, closing the longest-idle "
+                    "connection");
+    closeConnection(c);
+    return true;
+  }
+  return false;
 }
 
 void XmlRpcServer::closeConnection(XmlRpcServerConnection* connection) {

@@ -212,6 +212,12 @@ unsigned XmlRpcServerConnection::handleEvent(unsigned /*eventType*/) {
                                             : XmlRpcDispatch::ReadableEvent;
 }
 
+bool XmlRpcServerConnection::hasDataWaiting() {
+  bool eof = false;
+  bool data = false;
+  return !peekAvailable(&eof, &data) || eof || data;
+}
+
 unsigned XmlRpcServerConnection::watchWhilePending() {
   bool eof = false;
   bool data = false;

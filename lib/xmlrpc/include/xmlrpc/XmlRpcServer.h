@@ -45,6 +45,10 @@ class XmlRpcServer : public XmlRpcSource {
   // the listener rests until a connection closes or this many seconds
   // pass; the failure is logged at most once per such period.
   static constexpr double kAcceptPauseSeconds = 1.0;
+  // Connections accepted per readable event of the listener at most, so
+  // that a burst of clients is taken in a few passes without starving the
+  // connections already open.
+  static constexpr int kAcceptBatch = 64;
   // How often the connections' time limits are checked.
   static constexpr double kSweepSeconds = 1.0;
 
@@ -111,7 +115,8 @@ class XmlRpcServer : public XmlRpcSource {
   // "system.multicall", which every connection handles itself.
   void listMethods(XmlRpcValue& result);
 
-  // The listening socket is readable: accept one connection. Keeps the
+  // The listening socket is readable: accept what is waiting (up to
+  // kAcceptBatch connections). Keeps the
   // socket watched for reading, unless descriptors ran out (see
   // kAcceptPauseSeconds).
   unsigned handleEvent(unsigned eventType) override;
@@ -120,8 +125,9 @@ class XmlRpcServer : public XmlRpcSource {
   virtual void removeConnection(XmlRpcServerConnection* connection);
 
  protected:
-  // Accepts one pending connection and hands it to the dispatcher.
-  virtual void acceptConnection();
+  // Accepts one pending connection and hands it to the dispatcher; false
+  // when there was none to accept (or accept() failed).
+  virtual bool acceptConnection();
   // A new connection for the accepted socket, destroying itself on close.
   virtual XmlRpcServerConnection* createConnection(int socket);
 

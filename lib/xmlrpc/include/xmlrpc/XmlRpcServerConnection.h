@@ -61,6 +61,9 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // Waiting for a next request of which nothing has arrived: the kind the
   // server closes first, longest idle first, when descriptors run short.
   bool isIdle() const { return _connectionState == READ_HEADER && _header.empty(); }
+  // True when bytes have arrived that the connection has not read yet (or
+  // the peer has closed): then it is not really idle.
+  bool hasDataWaiting();
   // When the current wait began: the last response sent (or the accept), the
   // header's first byte, the last body byte received, the last byte sent.
   double waitingSince() const { return _waitingSince; }
