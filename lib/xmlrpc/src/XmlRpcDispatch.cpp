@@ -1,13 +1,11 @@
-// XmlRpcDispatch: one select() per pass over the watched sources; handlers
+// XmlRpcDispatch: one wait per pass over every watched source; handlers
 // return the mask to watch next.
 #include "xmlrpc/XmlRpcDispatch.h"
 
-#include <sys/select.h>
-
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 
+#include "XmlRpcPoller.h"
 #include "xmlrpc/XmlRpcSource.h"
 #include "xmlrpc/XmlRpcUtil.h"
 
@@ -15,44 +13,23 @@ namespace XmlRpc {
 
 namespace {
 
-// A set watches at most this many descriptors per pass, the size of the
-// Windows descriptor set the engine was designed around. Further sockets
-// wait for a later pass; the server depends on this bound staying the same
-// on every platform.
-constexpr int kMaxDescriptorsPerSet = 64;
-
 // Mask a pass starts from: AND-ing the handlers' masks into it leaves it
 // unchanged when no handler ran.
 constexpr unsigned kAllEvents = 0xFFFFFFFFu;
 
-// One descriptor set with the Windows rules: no duplicates, at most
-// kMaxDescriptorsPerSet entries, and (POSIX) never a descriptor that
-// FD_SET cannot hold.
-class LimitedSet {
- public:
-  LimitedSet() { FD_ZERO(&set_); }
-
-  void add(int fd) {
-    if (fd < 0 || fd >= FD_SETSIZE || count_ >= kMaxDescriptorsPerSet) return;
-    if (FD_ISSET(fd, &set_)) return;
-    FD_SET(fd, &set_);
-    ++count_;
-  }
-  bool has(int fd) const { return fd >= 0 && fd < FD_SETSIZE && FD_ISSET(fd, &set_); }
-  bool empty() const { return count_ == 0; }
-  fd_set* raw() { return &set_; }
-
- private:
-  fd_set set_;
-  int count_ = 0;
-};
+// Seconds to whole milliseconds, rounded up so that a short positive wait
+// does not become a busy poll.
+int toMilliseconds(double seconds) {
+  if (seconds <= 0.0) return 0;
+  constexpr double kMaxWaitMs = 24.0 * 3600.0 * 1000.0;  // far beyond any budget
+  return static_cast<int>(std::ceil(std::fmin(seconds * 1000.0, kMaxWaitMs)));
+}
 
 }  // namespace
 
-class XmlRpcDispatch::DescriptorSets {
- public:
-  LimitedSet read, write, except;
-};
+XmlRpcDispatch::XmlRpcDispatch() : _poller(std::make_unique<XmlRpcPoller>()) {}
+
+XmlRpcDispatch::~XmlRpcDispatch() = default;
 
 void XmlRpcDispatch::addSource(XmlRpcSource* source, unsigned eventMask) {
   _sources.push_back(MonitoredSource{source, eventMask});
@@ -89,17 +66,32 @@ void XmlRpcDispatch::forget(SourceList::iterator it) {
   }
 }
 
-int XmlRpcDispatch::buildSets(DescriptorSets& sets) const {
-  int maxFd = -1;
-  for (const auto& entry : _sources) {
-    if (entry.source == nullptr) continue;
-    int fd = entry.source->getfd();
-    if (entry.mask & ReadableEvent) sets.read.add(fd);
-    if (entry.mask & WritableEvent) sets.write.add(fd);
-    if (entry.mask & Exception) sets.except.add(fd);
-    if (entry.mask != 0 && fd > maxFd) maxFd = fd;
+void XmlRpcDispatch::setPeriodicTask(std::function<void()> task, double interval) {
+  _periodicTask = std::move(task);
+  _periodicInterval = interval;
+  _nextPeriodic = getTime() + interval;
+}
+
+bool XmlRpcDispatch::buildPass() {
+  _poller->clear();
+  _polled.clear();
+  for (auto it = _sources.begin(); it != _sources.end(); ++it) {
+    if (it->source == nullptr || it->mask == 0) continue;
+    const int fd = it->source->getfd();
+    if (fd < 0) continue;  // no socket yet: nothing to wait for
+    _poller->add(fd, it->mask);
+    _polled.push_back(it);
   }
-  return maxFd;
+  return !_polled.empty();
+}
+
+int XmlRpcDispatch::passWait(double timeout) {
+  int waitMs = timeout < 0.0 ? -1 : toMilliseconds(timeout);
+  if (_periodicTask) {
+    const int untilTask = toMilliseconds(_nextPeriodic - getTime());
+    if (waitMs < 0 || untilTask < waitMs) waitMs = untilTask;
+  }
+  return waitMs;
 }
 
 void XmlRpcDispatch::work(double timeout) {
@@ -108,28 +100,17 @@ void XmlRpcDispatch::work(double timeout) {
   _inWork = true;
 
   while (!_sources.empty()) {
-    DescriptorSets sets;
-    int maxFd = buildSets(sets);
-
-    // select() copies results over its arguments, so the sets are rebuilt
-    // for every pass; the limit is re-applied to the whole pass each time.
-    timeval tv{};
-    timeval* tvp = nullptr;
-    if (timeout >= 0.0) {
-      double whole = std::floor(timeout);
-      tv.tv_sec = static_cast<int>(whole);
-      tv.tv_usec = static_cast<int>(std::floor((timeout - whole) * 1000000.0)) % 1000000;
-      tvp = &tv;
+    // Without anything to watch a wait would never end (and Windows'
+    // select() refuses it): unless a periodic task gives the wait an end,
+    // work() returns with an error.
+    if (!buildPass() && !_periodicTask) {
+      XmlRpcUtil::error("Error in XmlRpcDispatch::work: error in select (%d).", -1);
+      _inWork = false;
+      return;
     }
-    // Windows' select() refuses three empty sets, which ends work() instead
-    // of sleeping forever on a list of sources that all wait for nothing.
-    int nEvents = -1;
-    errno = 0;
-    if (!(sets.read.empty() && sets.write.empty() && sets.except.empty())) {
-      int nfds = (maxFd + 1 < FD_SETSIZE) ? maxFd + 1 : FD_SETSIZE;
-      nEvents = ::select(nfds, sets.read.raw(), sets.write.raw(), sets.except.raw(), tvp);
-    }
-    if (nEvents < 0 && errno == EINTR) {
+    bool interrupted = false;
+    const int nEvents = _poller->wait(passWait(timeout), &interrupted);
+    if (interrupted) {
       // A signal is no error: the caller gets control back at once to see
       // what it asked for (a stop, most likely).
       _inWork = false;
@@ -142,7 +123,8 @@ void XmlRpcDispatch::work(double timeout) {
     }
 
     try {
-      dispatchEvents(sets, maxFd);
+      if (nEvents > 0) dispatchEvents();
+      runPeriodicTask();
     } catch (...) {
       // An exception a handler lets through leaves work() to the caller;
       // the dispatcher stays usable for the next call.
@@ -159,7 +141,7 @@ void XmlRpcDispatch::work(double timeout) {
   _inWork = false;
 }
 
-void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
+void XmlRpcDispatch::dispatchEvents() {
   // Ends the pass however it is left: handlers may throw.
   struct PassScope {
     XmlRpcDispatch& disp;
@@ -170,18 +152,23 @@ void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
     }
   } scope(*this);
 
-  for (auto it = _sources.begin(); it != _sources.end(); ++it) {
-    XmlRpcSource* source = it->source;
+  static constexpr unsigned kEventOrder[] = {ReadableEvent, WritableEvent, Exception};
+  for (size_t i = 0; i < _polled.size(); ++i) {
+    const auto it = _polled[i];
+    XmlRpcSource* const source = it->source;
     if (source == nullptr) continue;  // removed earlier in this pass
-    int fd = source->getfd();
-    if (fd > maxFd) continue;  // added during this pass, or not watched
+    const unsigned ready = _poller->ready(i);
+    if (ready == 0) continue;
 
+    // A source ready for several events is called once per event, in this
+    // order; each call only while its entry is still listed (blanked
+    // entries are removed ones, whose source may be gone).
     unsigned newMask = kAllEvents;
-    if (ready.read.has(fd)) newMask &= source->handleEvent(ReadableEvent);
-    if (ready.write.has(fd)) newMask &= source->handleEvent(WritableEvent);
-    if (ready.except.has(fd)) newMask &= source->handleEvent(Exception);
+    for (unsigned event : kEventOrder) {
+      if ((ready & event) && it->source == source) newMask &= source->handleEvent(event);
+    }
 
-    if (it->source != source) continue;  // the handler removed its own entry
+    if (it->source != source) continue;  // a handler removed the entry
     if (newMask == 0) {
       forget(it);
       if (!source->getKeepOpen()) source->close();  // may destroy the source
@@ -189,6 +176,14 @@ void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
       it->mask = newMask;
     }
   }
+}
+
+void XmlRpcDispatch::runPeriodicTask() {
+  if (!_periodicTask) return;
+  const double now = getTime();
+  if (now < _nextPeriodic) return;
+  _nextPeriodic = now + _periodicInterval;
+  _periodicTask();
 }
 
 void XmlRpcDispatch::clear() {

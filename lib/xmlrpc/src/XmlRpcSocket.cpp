@@ -6,10 +6,12 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -142,6 +144,22 @@ bool XmlRpcSocket::nonFatalError() {
   int err = getError();
   return err == EINTR || err == EAGAIN || err == EWOULDBLOCK || err == EINPROGRESS ||
          err == kWsaWouldBlock || err == kWsaInProgress;
+}
+
+bool XmlRpcSocket::outOfDescriptors() {
+  int err = getError();
+  // ENOBUFS and ENOMEM: the kernel had no memory for the socket, which
+  // passes like a descriptor shortage.
+  return err == EMFILE || err == ENFILE || err == ENOBUFS || err == ENOMEM;
+}
+
+int XmlRpcSocket::getDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+      limit.rlim_cur > static_cast<rlim_t>(INT_MAX)) {
+    return INT_MAX;
+  }
+  return static_cast<int>(limit.rlim_cur);
 }
 
 }  // namespace XmlRpc

@@ -1,12 +1,16 @@
-// XmlRpcDispatch: the single-threaded select() loop over a list of sources.
+// XmlRpcDispatch: the single-threaded readiness loop over a list of sources.
 // It knows nothing of HTTP or XML-RPC: sources get events and return masks.
 #pragma once
 
+#include <functional>
 #include <list>
+#include <memory>
+#include <vector>
 
 namespace XmlRpc {
 
 class XmlRpcSource;
+class XmlRpcPoller;
 
 class XmlRpcDispatch {
  public:
@@ -17,9 +21,9 @@ class XmlRpcDispatch {
     Exception = 4       // out-of-band data
   };
 
-  XmlRpcDispatch() = default;
+  XmlRpcDispatch();
   // Releases the list only: the sources are not owned and are not closed.
-  ~XmlRpcDispatch() = default;
+  ~XmlRpcDispatch();
 
   XmlRpcDispatch(const XmlRpcDispatch&) = delete;
   XmlRpcDispatch& operator=(const XmlRpcDispatch&) = delete;
@@ -32,12 +36,24 @@ class XmlRpcDispatch {
   void setSourceEvents(XmlRpcSource* source, unsigned eventMask);
 
   // Watches the sources and calls their handlers. A negative `timeout` runs
-  // until no source remains (or select fails); otherwise it returns after
+  // until no source remains (or the wait fails); otherwise it returns after
   // the first pass that ends more than `timeout` seconds after the start.
   // Every pass waits up to the full `timeout`, so a call can last up to
   // about twice the budget. A signal that interrupts the wait ends the call
   // early, so that the caller can look at what the signal asked for.
+  //
+  // Every entry with a non-zero mask is watched in every pass, whatever
+  // their number. In a pass the handlers run in list order; before each
+  // handleEvent call the entry is checked to be still listed, so a handler
+  // may remove (and destroy) any source, its own included. Entries added
+  // during a pass are watched from the next one on.
   void work(double timeout);
+
+  // Runs `task` from work() after a pass, every `interval` seconds or a
+  // little later: a pass never waits past the task's next time, and with
+  // nothing to watch work() waits for it instead of failing. The task may
+  // remove and close sources. An empty task switches it off.
+  void setPeriodicTask(std::function<void()> task, double interval);
 
   // Makes the current work() call return after the pass in progress.
   void exit() { _endTime = 0.0; }
@@ -55,14 +71,17 @@ class XmlRpcDispatch {
     unsigned mask;
   };
   using SourceList = std::list<MonitoredSource>;
-  class DescriptorSets;  // the three select() sets with the 64-entry rule
 
-  // Builds the sets of one pass from the list; returns the highest watched
-  // descriptor, -1 when no entry has a non-zero mask.
-  int buildSets(DescriptorSets& sets) const;
-  // Calls the handlers of the entries ready in `ready` and applies the masks
-  // they return. Entries may be removed (and destroyed) by the handlers.
-  void dispatchEvents(const DescriptorSets& ready, int maxFd);
+  // Hands every watched entry to the poller; false when none is watched.
+  bool buildPass();
+  // How long the coming pass may wait, in milliseconds (-1: no limit).
+  int passWait(double timeout);
+  // Calls the handlers of the entries the poller found ready and applies
+  // the masks they return. Entries may be removed (and destroyed) by the
+  // handlers.
+  void dispatchEvents();
+  // Runs the periodic task when its time has come.
+  void runPeriodicTask();
   // Removes one entry; see the definition for why it may only blank it.
   void forget(SourceList::iterator it);
   // Empties the list first, then closes the sources of a copy of it, so that
@@ -70,6 +89,11 @@ class XmlRpcDispatch {
   void closeAll();
 
   SourceList _sources;
+  std::unique_ptr<XmlRpcPoller> _poller;      // reused pass after pass
+  std::vector<SourceList::iterator> _polled;  // the entry of each poller index
+  std::function<void()> _periodicTask;
+  double _periodicInterval = 0.0;
+  double _nextPeriodic = 0.0;
   double _endTime = -1.0;  // -1.0: no end time
   bool _doClear = false;   // clear() was called during work()
   bool _inWork = false;

@@ -47,6 +47,11 @@ class XmlRpcSocket {
   // True when the last failure only means "not now" (interrupted, would
   // block, in progress), which is never an error for the non-blocking calls.
   static bool nonFatalError();
+  // True when the last failure means that the process or the system has no
+  // descriptor left (an accept() that can succeed later).
+  static bool outOfDescriptors();
+  // How many descriptors the process may have open (its soft limit).
+  static int getDescriptorLimit();
 };
 
 }  // namespace XmlRpc
