@@ -288,6 +288,16 @@ TEST(ProxyLink, OversizedFrameDropsTheLink) {
   expect_dropped_for("\xff\xff\xff\xff", "exceeds the limit");
 }
 
+TEST(ProxyLink, AFrameBeyondItsDecodeBudgetDropsTheLink) {
+  // A largest frame of the cheapest values: 3 bytes each on the wire.
+  const std::string body =
+      vxp_samples::reply_with_lists("\x92\x03\xc3", vxnet::vxp::max_frame_size);
+  std::string frame;
+  for (int shift = 24; shift >= 0; shift -= 8)
+    frame += static_cast<char>((body.size() >> shift) & 0xff);
+  expect_dropped_for(frame + body, "budget");
+}
+
 TEST(ProxyLink, ReplyToUnknownRequestDropsTheLink) {
   std::string frame;
   vxnet::vxp::append_frame(frame,

@@ -67,11 +67,11 @@ void expect_size(const item& a, std::uint32_t size, const char* kind) {
 }
 
 // Estimated bytes of what decoding makes, charged to the budget: a property
-// object with its allocation, a list slot, a map entry (its tree node and
-// key) and the bytes of texts.
-constexpr std::size_t property_cost = 64;
+// object with its allocation, a list slot, a map entry (its tree node with
+// the key's string) and the bytes of texts and keys.
+constexpr std::size_t property_cost = 48;
 constexpr std::size_t slot_cost = sizeof(vxcore::property_ptr);
-constexpr std::size_t entry_cost = 96;
+constexpr std::size_t entry_cost = 80;
 
 }  // namespace
 
