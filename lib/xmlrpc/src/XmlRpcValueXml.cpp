@@ -2,13 +2,13 @@
 // a forward scanner over the request text that works with byte offsets and
 // copies only the pieces that become values.
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -249,26 +249,68 @@ class Occurrences {
 struct ReadMemo {
   struct Answer {
     std::uint32_t end = 0;  // offset after the read (texts are int-sized)
-    int height = 0;
+    std::int16_t height = 0;
     bool ok = false;
   };
   enum Kind : std::uint64_t { kValue = 0, kElements = 1, kMembers = 2 };
 
   const Answer* find(Kind kind, std::size_t pos) const {
-    const auto it = answers.find(key(kind, pos));
-    return it == answers.end() ? nullptr : &it->second;
-  }
-  void put(Kind kind, std::size_t pos, std::size_t end, int height, bool ok) {
-    answers[key(kind, pos)] = Answer{static_cast<std::uint32_t>(end), height, ok};
+    if (_slots.empty()) return nullptr;
+    const std::uint64_t k = key(kind, pos);
+    for (std::size_t i = slotOf(k);; i = (i + 1) & (_slots.size() - 1)) {
+      if (_slots[i].key == k) return &_slots[i].answer;
+      if (_slots[i].key == kFree) return nullptr;
+    }
   }
 
-  std::unordered_map<std::uint64_t, Answer> answers;
+  void put(Kind kind, std::size_t pos, std::size_t end, int height, bool ok) {
+    if ((_used + 1) * kLoadDenominator > _slots.size() * kLoadNumerator) grow();
+    const std::uint64_t k = key(kind, pos);
+    std::size_t i = slotOf(k);
+    while (_slots[i].key != kFree && _slots[i].key != k) i = (i + 1) & (_slots.size() - 1);
+    if (_slots[i].key == kFree) ++_used;
+    _slots[i].key = k;
+    _slots[i].answer =
+        Answer{static_cast<std::uint32_t>(end), static_cast<std::int16_t>(height), ok};
+  }
+
   Occurrences valueEnd, nameOpen, nameClose;
 
  private:
+  // An open-addressing table of 16-byte slots kept at most three quarters
+  // full: the answers of a hostile text stay within a few bytes per byte
+  // of text, where a node-based map would take several times that.
+  struct Slot {
+    std::uint64_t key;
+    Answer answer;
+  };
+  static constexpr std::uint64_t kFree = ~std::uint64_t{0};
+  static constexpr std::size_t kFirstSlots = 1024;
+  static constexpr std::size_t kLoadNumerator = 3, kLoadDenominator = 4;
+
   static std::uint64_t key(Kind kind, std::size_t pos) {
     return (static_cast<std::uint64_t>(pos) << 2) | kind;
   }
+  std::size_t slotOf(std::uint64_t k) const {
+    // Fibonacci hashing spreads the nearby places of one text.
+    return static_cast<std::size_t>((k * 0x9E3779B97F4A7C15ull) >> _shift);
+  }
+  void grow() {
+    std::vector<Slot> old = std::move(_slots);
+    const std::size_t size = old.empty() ? kFirstSlots : old.size() * 2;
+    _slots.assign(size, Slot{kFree, Answer{}});
+    _shift = 64 - std::countr_zero(size);
+    for (const Slot& slot : old) {
+      if (slot.key == kFree) continue;
+      std::size_t i = slotOf(slot.key);
+      while (_slots[i].key != kFree) i = (i + 1) & (size - 1);
+      _slots[i] = slot;
+    }
+  }
+
+  std::vector<Slot> _slots;
+  std::size_t _used = 0;
+  int _shift = 64;
 };
 
 // The bookkeeping of one fromXml call.
