@@ -33,7 +33,8 @@ class PageText(unittest.TestCase):
         header = os.path.join(SOURCE, "lib", "vxcapi", "include", "vxcapi", "connection.h")
         with open(header) as f:
             texts = [line.split('"')[1] for line in f if "inline constexpr const char* error_" in line]
-        self.assertEqual(len(texts), 3)
+        # The header must still be readable this way (the texts of the link).
+        self.assertGreaterEqual(len(texts), 3)
         text = page()
         for t in texts + ["Wrong input, expected a struct. got ", "Malformed method ",
                           "no command database loaded", ": unknown method name"]:
