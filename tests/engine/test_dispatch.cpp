@@ -518,3 +518,19 @@ TEST(XmlRpcDispatch, ExitEndsWorkAfterThePassInProgress) {
   EXPECT_EQ(source.events.size(), 1u);
   EXPECT_EQ(source.closes, 0);
 }
+
+TEST(XmlRpcDispatch, ASourceListedTwiceIsFoundAgainAfterItsFirstEntryGoes) {
+  SocketPair pair;
+  XmlRpcDispatch disp;
+  FakeSource twice(pair.b);
+  twice.setKeepOpen(true);
+  disp.addSource(&twice, XmlRpcDispatch::ReadableEvent);
+  disp.addSource(&twice, XmlRpcDispatch::ReadableEvent);
+  disp.removeSource(&twice);                                    // the first entry goes
+  disp.setSourceEvents(&twice, XmlRpcDispatch::WritableEvent);  // the second one changes
+  disp.work(0.0);
+  ASSERT_EQ(twice.events.size(), 1u);
+  EXPECT_EQ(twice.events[0], XmlRpcDispatch::WritableEvent);
+  disp.removeSource(&twice);
+  EXPECT_TRUE(disp.empty());
+}

@@ -87,7 +87,9 @@ void proxy_link_source::work_slice(double max_seconds) {
     const std::int64_t until = std::max<std::int64_t>(0, next - vxcapi::connection::now_ms());
     slice = std::min(slice, static_cast<double>(until) / 1000.0);
   }
-  if (only_source_ && !registered_) {
+  // An empty dispatcher returns at once; the slice's time passes here so
+  // that the loop keeps its pace (not listening and no link, say).
+  if ((only_source_ && !registered_) || dispatch_->empty()) {
     vxbase::sleep_milliseconds(static_cast<std::uint32_t>(slice * 1000));
   } else {
     dispatch_->work(slice);

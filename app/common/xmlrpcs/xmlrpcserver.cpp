@@ -52,7 +52,10 @@ xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint
       // The table is registered a second time on purpose: registration
       // replaces methods by name, so repeating it changes nothing.
       register_methods();
-      if (config_->get_bool("services{xmlrpc}{publish}")) publish(port);
+      // Announced only once something listens on the port.
+      if (config_->get_bool("services{xmlrpc}{publish}")) {
+        listener_.when_listening([this, port] { publish(port); });
+      }
     }
     write_back_configuration();
     link_source_ =
@@ -84,9 +87,9 @@ void xmlrpcserver::start_listening(int port) {
   xmlrpc_server_ = std::make_unique<XmlRpc::XmlRpcServer>();
   xmlrpc_server_->enableIntrospection(true);
   xmlrpc_server_->setStaticPage(dashboard_content_type, std::string(dashboard_page()));
-  // A failure is reported by the engine itself; the loop runs on without
-  // listening.
-  xmlrpc_server_->bindAndListen(port, listen_backlog);
+  // A failure is reported by the engine itself; the loop runs on and tries
+  // the port again every few seconds.
+  listener_.listen(*xmlrpc_server_, port, listen_backlog);
   register_methods();
 }
 
@@ -158,6 +161,7 @@ void xmlrpcserver::run(std::atomic<bool>& running) {
     }
     if (!attempt_pending_ && schedule_.turn()) check_proxy_connection();
     queue.run();
+    if (xmlrpc_server_) listener_.turn(*xmlrpc_server_);
     link_source_->work(dispatch_seconds, keep_going);
   }
   queue.run();

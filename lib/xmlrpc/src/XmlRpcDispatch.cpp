@@ -33,28 +33,37 @@ XmlRpcDispatch::~XmlRpcDispatch() = default;
 
 void XmlRpcDispatch::addSource(XmlRpcSource* source, unsigned eventMask) {
   _sources.push_back(MonitoredSource{source, eventMask});
+  if (source == nullptr) return;
+  // The index points at a source's first entry; a further entry of the same
+  // source only counts.
+  auto [found, added] = _index.try_emplace(source, IndexEntry{std::prev(_sources.end()), 1});
+  if (!added) ++found->second.count;
 }
 
 void XmlRpcDispatch::removeSource(XmlRpcSource* source) {
-  if (source == nullptr) return;  // blanked entries are not sources
-  for (auto it = _sources.begin(); it != _sources.end(); ++it) {
-    if (it->source == source) {
-      forget(it);
-      return;
-    }
-  }
+  auto found = _index.find(source);
+  if (found != _index.end()) forget(found->second.first);
 }
 
 void XmlRpcDispatch::setSourceEvents(XmlRpcSource* source, unsigned eventMask) {
-  for (auto& entry : _sources) {
-    if (entry.source == source && source != nullptr) {
-      entry.mask = eventMask;
-      return;
-    }
-  }
+  auto found = _index.find(source);
+  if (found != _index.end()) found->second.first->mask = eventMask;
 }
 
 void XmlRpcDispatch::forget(SourceList::iterator it) {
+  XmlRpcSource* const source = it->source;
+  auto found = _index.find(source);
+  if (found != _index.end()) {
+    IndexEntry& entry = found->second;
+    if (--entry.count == 0) {
+      _index.erase(found);
+    } else if (entry.first == it) {
+      // The same source is listed again further on: that entry is first now.
+      auto next = std::next(it);
+      while (next->source != source) ++next;
+      entry.first = next;
+    }
+  }
   // During a pass the loop holds iterators into the list, and handlers may
   // remove any entry (their own, the next one): entries are only blanked
   // then and swept out once the pass is over.
@@ -122,6 +131,7 @@ void XmlRpcDispatch::work(double timeout) {
       return;
     }
 
+    _passTime = getTime();
     try {
       if (nEvents > 0) dispatchEvents();
       runPeriodicTask();
@@ -139,6 +149,12 @@ void XmlRpcDispatch::work(double timeout) {
     if (_endTime >= 0.0 && getTime() > _endTime) break;
   }
   _inWork = false;
+}
+
+void XmlRpcDispatch::sleep(double seconds) {
+  _poller->clear();
+  bool interrupted = false;
+  _poller->wait(toMilliseconds(seconds), &interrupted);
 }
 
 void XmlRpcDispatch::dispatchEvents() {
@@ -197,6 +213,7 @@ void XmlRpcDispatch::clear() {
 void XmlRpcDispatch::closeAll() {
   SourceList closing;
   closing.swap(_sources);
+  _index.clear();
   for (auto& entry : closing) {
     if (entry.source != nullptr) entry.source->close();
   }

@@ -93,6 +93,18 @@ XmlRpcValue faultStruct(int code, const std::string& message) {
   return fault;
 }
 
+// Sets a flag for as long as it lives, however the scope is left.
+class FlagScope {
+ public:
+  explicit FlagScope(bool& flag) : _flag(flag) { _flag = true; }
+  ~FlagScope() { _flag = false; }
+  FlagScope(const FlagScope&) = delete;
+  FlagScope& operator=(const FlagScope&) = delete;
+
+ private:
+  bool& _flag;
+};
+
 // Empties `s`, giving its storage back when it has grown large.
 void release(std::string& s) {
   if (s.capacity() > kKeptBufferBytes) {
@@ -158,7 +170,7 @@ XmlRpcServerConnection::XmlRpcServerConnection(int fd, XmlRpcServer* server, boo
   _waitingSince = now();
 }
 
-double XmlRpcServerConnection::now() { return _server->getDispatch().getTime(); }
+double XmlRpcServerConnection::now() { return _server->getDispatch().passTime(); }
 
 bool XmlRpcServerConnection::timedOut(double at) {
   const XmlRpcConnectionLimits& limits = _server->getConnectionLimits();
@@ -525,6 +537,9 @@ void XmlRpcServerConnection::startCall(XmlRpcServerMethod* method, XmlRpcValue& 
   auto completion = std::make_shared<PendingResult>(this);
   _pending = completion;
   _haveOutcome = false;
+  // An outcome delivered from inside executeAsync is only recorded: the
+  // caller goes on from here.
+  FlagScope scope(_executing);
   try {
     method->executeAsync(params, completion);
   } catch (const XmlRpcException& fault) {
@@ -535,11 +550,7 @@ void XmlRpcServerConnection::startCall(XmlRpcServerMethod* method, XmlRpcValue& 
 
 void XmlRpcServerConnection::runCalls() {
   if (_runningCalls) return;  // the loop further up the stack carries on
-  struct RunningScope {
-    bool& flag;
-    explicit RunningScope(bool& f) : flag(f) { flag = true; }
-    ~RunningScope() { flag = false; }
-  } scope(_runningCalls);
+  FlagScope scope(_runningCalls);
 
   for (;;) {
     if (_pending) {
@@ -618,7 +629,7 @@ void XmlRpcServerConnection::appendEntry(Outcome&& outcome) {
 void XmlRpcServerConnection::deliver(Outcome&& outcome) {
   _outcome = std::move(outcome);
   _haveOutcome = true;
-  if (_runningCalls) return;  // delivered from inside executeAsync
+  if (_runningCalls || _executing) return;  // delivered from inside executeAsync
   runCalls();
   if (_connectionState == WRITE_RESPONSE) {
     // Delivered from outside the connection's own handler: the response

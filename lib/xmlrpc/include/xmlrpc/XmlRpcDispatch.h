@@ -5,6 +5,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 namespace XmlRpc {
@@ -55,6 +56,11 @@ class XmlRpcDispatch {
   // remove and close sources. An empty task switches it off.
   void setPeriodicTask(std::function<void()> task, double interval);
 
+  // True when no source is listed (work() would return at once).
+  bool empty() const { return _sources.empty(); }
+  // Waits `seconds` without watching anything; a signal ends it early.
+  void sleep(double seconds);
+
   // Makes the current work() call return after the pass in progress.
   void exit() { _endTime = 0.0; }
 
@@ -64,6 +70,10 @@ class XmlRpcDispatch {
 
   // Seconds on a monotonic clock: only differences are meaningful.
   double getTime();
+  // The same clock as read when the current pass began (handlers need no
+  // finer time, and a pass serves many of them); outside work() the clock
+  // itself.
+  double passTime() { return _inWork ? _passTime : getTime(); }
 
  private:
   struct MonitoredSource {
@@ -89,6 +99,14 @@ class XmlRpcDispatch {
   void closeAll();
 
   SourceList _sources;
+  // Each listed source's first entry and its number of entries, so that
+  // removing a source and changing its mask take constant time however
+  // many connections are open.
+  struct IndexEntry {
+    SourceList::iterator first;
+    int count;
+  };
+  std::unordered_map<XmlRpcSource*, IndexEntry> _index;
   std::unique_ptr<XmlRpcPoller> _poller;      // reused pass after pass
   std::vector<SourceList::iterator> _polled;  // the entry of each poller index
   std::function<void()> _periodicTask;
@@ -97,6 +115,7 @@ class XmlRpcDispatch {
   double _endTime = -1.0;  // -1.0: no end time
   bool _doClear = false;   // clear() was called during work()
   bool _inWork = false;
+  double _passTime = 0.0;
   bool _inPass = false;  // handlers are being called: entries only blanked
 };
 

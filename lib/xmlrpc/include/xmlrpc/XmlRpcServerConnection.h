@@ -187,6 +187,7 @@ class XmlRpcServerConnection : public XmlRpcSource {
   bool _haveOutcome = false;
   Outcome _outcome;
   bool _runningCalls = false;  // runCalls() is on the stack
+  bool _executing = false;     // a method's executeAsync is on the stack
 };
 
 }  // namespace XmlRpc
