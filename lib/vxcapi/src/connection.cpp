@@ -36,16 +36,16 @@ void report(vxbase::severity severity, vxcore::kind k, const std::string& text) 
   vxcore::report(report_location, 0, report_module, k, severity, text.c_str());
 }
 
-packet error_reply(const packet& request, const std::string& text) {
-  packet reply(vxnet::vxp::type_reply, request.get_command());
-  reply.set_property("error", vxbase::make_refcount<vxcore::property_string>(text));
-  return reply;
-}
-
+// The reply made up when none can be had: type_reply, named after the
+// command, with the `error` member.
 packet error_reply(const std::string& command, const std::string& text) {
   packet reply(vxnet::vxp::type_reply, command);
   reply.set_property("error", vxbase::make_refcount<vxcore::property_string>(text));
   return reply;
+}
+
+packet error_reply(const packet& request, const std::string& text) {
+  return error_reply(request.get_command(), text);
 }
 
 std::int64_t deadline_after(unsigned seconds) {

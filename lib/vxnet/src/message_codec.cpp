@@ -60,8 +60,10 @@ message make_notice(packet body) {
   return m;
 }
 
-std::string encode_message(const message& m) {
-  std::string out;
+namespace {
+
+// Appends the msgpack body of m to out.
+void encode_into(std::string& out, const message& m) {
   detail::writer w(out);
   auto& pk = w.pk();
   if (m.kind == message_kind::hello) {
@@ -72,7 +74,7 @@ std::string encode_message(const message& m) {
     pk.pack_uint32(m.version);
     pk.pack_str(static_cast<std::uint32_t>(m.peer.size()));
     pk.pack_str_body(m.peer.data(), static_cast<std::uint32_t>(m.peer.size()));
-    return out;
+    return;
   }
   pk.pack_array(packet_fields);
   pk.pack_uint32(static_cast<std::uint32_t>(m.kind));
@@ -82,19 +84,39 @@ std::string encode_message(const message& m) {
   pk.pack_str(static_cast<std::uint32_t>(command.size()));
   pk.pack_str_body(command.data(), static_cast<std::uint32_t>(command.size()));
   detail::pack_property(w, &m.body.get_properties());
+}
+
+}  // namespace
+
+std::string encode_message(const message& m) {
+  std::string out;
+  encode_into(out, m);
   return out;
 }
 
 void append_frame(std::string& out, const message& m) {
-  const std::string body = encode_message(m);
-  if (body.size() > max_frame_size)
-    throw protocol_error("message of " + std::to_string(body.size()) +
+  // The body is encoded in place behind room for its length, which is
+  // filled in once known.
+  const std::size_t start = out.size();
+  out.append(frame_header_size, '\0');
+  try {
+    encode_into(out, m);
+  } catch (...) {
+    // A tree too deep to send: out is left as it was.
+    out.resize(start);
+    throw;
+  }
+  const std::size_t size = out.size() - start - frame_header_size;
+  if (size > max_frame_size) {
+    out.resize(start);
+    throw protocol_error("message of " + std::to_string(size) +
                          " bytes exceeds the frame limit of " + std::to_string(max_frame_size));
-  const auto n = static_cast<std::uint32_t>(body.size());
-  const char header[frame_header_size] = {static_cast<char>(n >> 24), static_cast<char>(n >> 16),
-                                          static_cast<char>(n >> 8), static_cast<char>(n)};
-  out.append(header, frame_header_size);
-  out.append(body);
+  }
+  const auto n = static_cast<std::uint32_t>(size);
+  out[start] = static_cast<char>(n >> 24);
+  out[start + 1] = static_cast<char>(n >> 16);
+  out[start + 2] = static_cast<char>(n >> 8);
+  out[start + 3] = static_cast<char>(n);
 }
 
 message decode_message(std::string_view body) {
