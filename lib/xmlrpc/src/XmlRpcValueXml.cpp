@@ -190,9 +190,8 @@ bool scanIsoDateTime(std::string_view raw, DateTimeFields& f) {
   return p == raw.size();
 }
 
-// The text from pos up to the next "<"; false if no "<" follows at all.
-bool textUpToTag(std::string_view xml, std::size_t pos, std::string_view& text) {
-  const std::size_t lt = xml.find('<', pos);
+// The text from pos up to the next "<" at lt; false if no "<" follows at all.
+bool textUpToTag(std::string_view xml, std::size_t pos, std::size_t lt, std::string_view& text) {
   if (lt == std::string_view::npos) return false;
   text = xml.substr(pos, lt - pos);
   return true;
@@ -329,7 +328,7 @@ struct ReadState {
   ReadState(Mode m, XmlRpcValue::TextScan::Search& valueEndSearch,
             XmlRpcValue::TextScan::Search& nameOpenSearch,
             XmlRpcValue::TextScan::Search& nameCloseSearch, ReadMemo* readMemo,
-            std::size_t& workDone, std::size_t workBudget)
+            std::size_t workDone, std::size_t workBudget)
       : mode(m),
         valueEnd(valueEndSearch),
         nameOpen(nameOpenSearch),
@@ -351,7 +350,9 @@ struct ReadState {
   XmlRpcValue::TextScan::Search& nameOpen;
   XmlRpcValue::TextScan::Search& nameClose;
   ReadMemo* memo;
-  std::size_t& work;
+  // Work done on the text so far, this read's included; handed back to the
+  // scan when the read ends (kept here so it can live in a register).
+  std::size_t work;
   std::size_t budget;
 };
 
@@ -378,8 +379,8 @@ constexpr std::size_t kWorkSlack = 4096;
 // from any offset between the last start and the place found gives the same
 // place, so a tag that is missing (or far ahead) costs one scan of the text,
 // not one per value, as long as the searches move forward.
-std::size_t findRemembered(Search& search, std::string_view tag, std::string_view xml,
-                           std::size_t from, std::size_t& work) {
+inline std::size_t findRemembered(Search& search, std::string_view tag, std::string_view xml,
+                                  std::size_t from, std::size_t& work) {
   // npos is the largest size_t, so a failed search covers every later start.
   if (search.done && from >= search.from && from <= search.found) return search.found;
   search.done = true;
@@ -391,14 +392,15 @@ std::size_t findRemembered(Search& search, std::string_view tag, std::string_vie
 
 // The next tag at or after from: the memo's list when measuring (which
 // searches in any order), the remembered answer otherwise.
-std::size_t findNext(ReadState& state, Search& remembered, detail::Occurrences ReadMemo::*listed,
-                     std::string_view tag, std::string_view xml, std::size_t from) {
+inline std::size_t findNext(ReadState& state, Search& remembered,
+                            detail::Occurrences ReadMemo::*listed, std::string_view tag,
+                            std::string_view xml, std::size_t from) {
   if (state.mode == Mode::Measure) return (state.memo->*listed).next(tag, xml, from, state.work);
   return findRemembered(remembered, tag, xml, from, state.work);
 }
 
 // findTag("</value>"): moves *offset just past it.
-void skipToValueEnd(ReadState& state, std::string_view xml, int* offset) {
+inline void skipToValueEnd(ReadState& state, std::string_view xml, int* offset) {
   if (!detail::offsetInside(xml, offset)) return;
   const std::size_t found = findNext(state, state.valueEnd, &ReadMemo::valueEnd, kValueEndTag, xml,
                                      static_cast<std::size_t>(*offset));
@@ -422,7 +424,7 @@ bool parseName(ReadState& state, std::string_view xml, int* offset, std::string_
 }
 
 // The offset after the white space at pos, counting it as work.
-std::size_t skipSpace(ReadState& state, std::string_view xml, std::size_t pos) {
+inline std::size_t skipSpace(ReadState& state, std::string_view xml, std::size_t pos) {
   const std::size_t from = pos;
   while (pos < xml.size() && detail::isXmlSpace(xml[pos])) ++pos;
   state.work += pos - from;
@@ -430,17 +432,19 @@ std::size_t skipSpace(ReadState& state, std::string_view xml, std::size_t pos) {
 }
 
 // nextTagIs, counting the white space it skips.
-bool nextTagIs(ReadState& state, std::string_view tag, std::string_view xml, int* offset) {
+inline bool nextTagIs(ReadState& state, std::string_view tag, std::string_view xml, int* offset) {
   if (!detail::offsetInside(xml, offset)) return false;
   const std::size_t pos = skipSpace(state, xml, static_cast<std::size_t>(*offset));
-  if (xml.size() - pos < tag.size() || xml.compare(pos, tag.size(), tag) != 0) return false;
+  if (xml.size() - pos < tag.size() || std::memcmp(xml.data() + pos, tag.data(), tag.size()) != 0) {
+    return false;
+  }
   *offset = static_cast<int>(pos + tag.size());
   return true;
 }
 
 // The empty element "<name/>" after white space: moves *offset past it.
-bool nextEmptyElementIs(ReadState& state, std::string_view open, std::string_view xml,
-                        int* offset) {
+inline bool nextEmptyElementIs(ReadState& state, std::string_view open, std::string_view xml,
+                               int* offset) {
   if (!detail::offsetInside(xml, offset)) return false;
   const std::size_t pos = skipSpace(state, xml, static_cast<std::size_t>(*offset));
   const std::size_t end = emptyElementAt(xml, pos, open);
@@ -579,7 +583,9 @@ bool XmlRpcValue::fromXml(std::string_view xml, int* offset, TextScan& scan) {
   };
   if (!scan._memo && !scan._rememberFromStart) {
     ReadState plain = state(Mode::Plain, kWorkPerByte * xml.size() + kWorkSlack);
-    if (readValue(xml, offset, plain)) return true;
+    const bool ok = readValue(xml, offset, plain);
+    scan._work = plain.work;
+    if (ok) return true;
     if (!plain.overBudget) return false;
     // This text sends the reader back over the same bytes: from here on
     // every read of it remembers what it finds.
@@ -588,12 +594,16 @@ bool XmlRpcValue::fromXml(std::string_view xml, int* offset, TextScan& scan) {
   ReadState measure = state(Mode::Measure, 0);
   XmlRpcValue outcome;
   int probe = offset != nullptr ? *offset : 0;
-  if (offset == nullptr || !outcome.readValue(xml, &probe, measure)) {
+  const bool readable = offset != nullptr && outcome.readValue(xml, &probe, measure);
+  scan._work = measure.work;
+  if (!readable) {
     invalidate();
     return false;
   }
   ReadState build = state(Mode::Build, 0);
-  return readValue(xml, offset, build);
+  const bool ok = readValue(xml, offset, build);
+  scan._work = build.work;
+  return ok;
 }
 
 bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state) {
@@ -608,7 +618,8 @@ bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state)
   const std::size_t tagPos = skipSpace(state, xml, static_cast<std::size_t>(start));
   std::size_t afterValueTag = tagPos + kValueTag.size();
   bool emptyValue = false;
-  if (xml.size() - tagPos < kValueTag.size() || xml.compare(tagPos, kValueTag.size(), kValueTag)) {
+  if (xml.size() - tagPos < kValueTag.size() ||
+      std::memcmp(xml.data() + tagPos, kValueTag.data(), kValueTag.size()) != 0) {
     afterValueTag = emptyElementAt(xml, tagPos, "<value");
     if (afterValueTag == std::string_view::npos) return false;
     emptyValue = true;
@@ -661,17 +672,18 @@ bool XmlRpcValue::readValue(std::string_view xml, int* offset, ReadState& state)
     } else if (tag == "<i4>" || tag == "<int>") {
       ok = readInt(xml, offset);
     } else if (tag == "<double>") {
-      ok = readDouble(xml, offset);
+      ok = readDouble(xml, offset, next);
     } else if (tag.empty() || tag == "<string>") {
-      ok = readString(xml, offset);  // a bare text without a type tag is a string
+      ok = readString(xml, offset, next);  // a bare text without a type tag is a string
     } else if (tag == "<dateTime.iso8601>") {
-      ok = readDateTime(xml, offset);
+      ok = readDateTime(xml, offset, next);
     } else if (tag == "<base64>") {
-      ok = readBase64(xml, offset);
+      ok = readBase64(xml, offset, next);
     } else if (tag == kValueEndTag) {
-      // An empty value: the text between the tags (blanks included) is a string.
+      // An empty value: the text between the tags (blanks included) is a
+      // string, up to the closing tag's "<".
       *offset = static_cast<int>(afterValueTag);
-      ok = readString(xml, offset);
+      ok = readString(xml, offset, xml.find('<', afterValueTag));
     } else if (isEmptyElement(tag, "<string")) {
       _value.asString = new std::string();
       _type = TypeString;
@@ -744,11 +756,10 @@ bool XmlRpcValue::readInt(std::string_view xml, int* offset) {
   return true;
 }
 
-bool XmlRpcValue::readDouble(std::string_view xml, int* offset) {
+bool XmlRpcValue::readDouble(std::string_view xml, int* offset, std::size_t nextTag) {
   // strtod needs a terminated text; no number reaches past the next tag.
   const std::size_t pos = static_cast<std::size_t>(*offset);
-  std::size_t end = xml.find('<', pos);
-  if (end == std::string_view::npos) end = xml.size();
+  const std::size_t end = nextTag == std::string_view::npos ? xml.size() : nextTag;
   const std::string_view text = xml.substr(pos, end - pos);
   char stackBuffer[kNumberStackBuffer];
   std::string heapBuffer;
@@ -769,9 +780,9 @@ bool XmlRpcValue::readDouble(std::string_view xml, int* offset) {
   return true;
 }
 
-bool XmlRpcValue::readString(std::string_view xml, int* offset) {
+bool XmlRpcValue::readString(std::string_view xml, int* offset, std::size_t nextTag) {
   std::string_view raw;
-  if (!textUpToTag(xml, static_cast<std::size_t>(*offset), raw)) return false;
+  if (!textUpToTag(xml, static_cast<std::size_t>(*offset), nextTag, raw)) return false;
   _value.asString = new std::string(XmlRpcUtil::xmlDecode(raw));
   _type = TypeString;
   // Advances by the decoded length on purpose: where entities shortened the
@@ -781,9 +792,9 @@ bool XmlRpcValue::readString(std::string_view xml, int* offset) {
   return true;
 }
 
-bool XmlRpcValue::readDateTime(std::string_view xml, int* offset) {
+bool XmlRpcValue::readDateTime(std::string_view xml, int* offset, std::size_t nextTag) {
   std::string_view raw;
-  if (!textUpToTag(xml, static_cast<std::size_t>(*offset), raw)) return false;
+  if (!textUpToTag(xml, static_cast<std::size_t>(*offset), nextTag, raw)) return false;
   DateTimeFields f;
   // The pattern "%4d%2d%2dT%2d:%2d:%2d" first, field by field, as it has
   // always been read; then the ISO 8601 spellings other clients write.
@@ -803,9 +814,9 @@ bool XmlRpcValue::readDateTime(std::string_view xml, int* offset) {
   return true;
 }
 
-bool XmlRpcValue::readBase64(std::string_view xml, int* offset) {
+bool XmlRpcValue::readBase64(std::string_view xml, int* offset, std::size_t nextTag) {
   std::string_view raw;
-  if (!textUpToTag(xml, static_cast<std::size_t>(*offset), raw)) return false;
+  if (!textUpToTag(xml, static_cast<std::size_t>(*offset), nextTag, raw)) return false;
   auto* bytes = new BinaryData();
   detail::decodeBase64(raw, *bytes);
   _value.asBinary = bytes;

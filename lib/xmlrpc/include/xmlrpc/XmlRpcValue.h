@@ -206,12 +206,14 @@ class XmlRpcValue {
   void assertStruct();
 
   bool readValue(std::string_view xml, int* offset, detail::ReadState& state);
+  // The scalar readers start at *offset; nextTag is where the next "<"
+  // is (npos if none), which none of them reads past.
   bool readBoolean(std::string_view xml, int* offset);
   bool readInt(std::string_view xml, int* offset);
-  bool readDouble(std::string_view xml, int* offset);
-  bool readString(std::string_view xml, int* offset);
-  bool readDateTime(std::string_view xml, int* offset);
-  bool readBase64(std::string_view xml, int* offset);
+  bool readDouble(std::string_view xml, int* offset, std::size_t nextTag);
+  bool readString(std::string_view xml, int* offset, std::size_t nextTag);
+  bool readDateTime(std::string_view xml, int* offset, std::size_t nextTag);
+  bool readBase64(std::string_view xml, int* offset, std::size_t nextTag);
   bool readArray(std::string_view xml, int* offset, detail::ReadState& state);
   bool readStruct(std::string_view xml, int* offset, detail::ReadState& state);
   // Reads into child at *offset and tells the height (levels of nesting) it
