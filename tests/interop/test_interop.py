@@ -265,7 +265,8 @@ class Interop(unittest.TestCase):
             checks["submit"] = ("fail", "%d recorded submissions named like %r" % (len(got), name))
             return
         if not got:
-            # A submission that did not arrive was reported by the client.
+            # The client has reported the failure; say whether the proxy saw it.
+            checks["submit"] = ("fail", "%s; the proxy received no submission named like %r" % (why, name))
             return
         want = expected_submission(client)
         wrong = sorted(k for k in set(want) | set(got[0]) if want.get(k, "absent") != got[0].get(k, "absent"))
