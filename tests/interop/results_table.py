@@ -10,7 +10,7 @@ CHECKS = ["list-methods", "method-help", "get-version", "submit", "empties", "mu
 
 def render(rows, calls):
     """rows: {client key: {"title", "checks": {check: [state, why]}, "ms_per_call",
-    "connections"}} in the order of the table."""
+    "connections", "notes": [text]}} in the order of the table."""
     head = ["client"] + CHECKS + ["ms per call", "connections for %d calls" % calls]
     lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
     notes = []
@@ -22,6 +22,7 @@ def render(rows, calls):
             if state != "pass" and why:
                 notes.append("- %s, %s (%s): %s" % (row["title"], check, state,
                                                     html.escape(why, quote=False)))
+        notes += ["- %s, %s" % (row["title"], html.escape(n, quote=False)) for n in row.get("notes", [])]
         ms = row.get("ms_per_call")
         cells.append("%.2f" % ms if ms is not None else "-")
         cells.append(str(row.get("connections", "-")))

@@ -32,9 +32,10 @@ public class AxmlrpcClient {
 
   // Arrays come back as Object[]; comparing their lists compares the elements.
   static Object plain(Object v) {
-    if (v instanceof Object[]) {
+    if (v instanceof Object[]) return plain(Arrays.asList((Object[]) v));
+    if (v instanceof List) {
       List<Object> out = new ArrayList<>();
-      for (Object o : (Object[]) v) out.add(plain(o));
+      for (Object o : (List<?>) v) out.add(plain(o));
       return out;
     }
     return v;
@@ -83,9 +84,11 @@ public class AxmlrpcClient {
   public static void main(String[] args) throws Exception {
     String url = args[0], tag = args[1], mode = args[2];
     String name = tag + " <b>&amp;</b> \"q\" 'a' café 日本";
-    // The server writes strings as untyped <value>text</value>; without this
-    // flag aXMLRPC refuses them.
-    int flags = XMLRPCClient.FLAGS_DEFAULT_TYPE_STRING;
+    // The server writes strings as untyped <value>text</value>; without
+    // FLAGS_DEFAULT_TYPE_STRING aXMLRPC refuses them. Its XML parser already
+    // decodes entities; without FLAGS_NO_STRING_DECODE it decodes them a
+    // second time (a text "&amp;" would come back as "&").
+    int flags = XMLRPCClient.FLAGS_DEFAULT_TYPE_STRING | XMLRPCClient.FLAGS_NO_STRING_DECODE;
     s = new XMLRPCClient(new URL(url), flags);
     if (mode.equals("calls")) {
       XMLRPCClient client = new XMLRPCClient(new URL(url), flags);
