@@ -18,8 +18,19 @@ if [[ ! -x $bin/XMLRPCServer || ! -x $bin/ClientProxySim ]]; then
 fi
 
 # Jobs take 20 s each, so their progress can be watched through statusTasks2.
+# Both run in the background so that Ctrl-C (SIGINT to the whole group) and a
+# SIGTERM to this script alike stop both.
+sim='' server=''
+stop_both() {
+  kill $server $sim 2>/dev/null || true
+  wait 2>/dev/null || true
+}
+trap stop_both EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
 "$bin/ClientProxySim" --job-duration-ms 20000 &
 sim=$!
 echo "run: dashboard at http://127.0.0.1:40431/ (Ctrl-C stops the server and the simulator)"
-trap 'kill "$sim" 2>/dev/null || true; wait "$sim" 2>/dev/null || true' EXIT
-"$bin/XMLRPCServer" "$@"
+"$bin/XMLRPCServer" "$@" &
+server=$!
+wait "$server"
