@@ -290,3 +290,12 @@ TEST(XmlRpcServer, NearTheDescriptorLimitTheLongestIdleConnectionMakesRoom) {
   EXPECT_EQ(server.getConnectionCount(), count);
   for (int fd : {first, busy, second, third}) ::close(fd);
 }
+
+TEST(XmlRpcServer, WorkLastsItsTimeEvenWithNothingToWatch) {
+  // Not listening, no connection: a caller's loop counting on work(0.3)
+  // taking 0.3 s must not spin.
+  XmlRpcServer server;
+  const double start = server.getDispatch().getTime();
+  server.work(0.3);
+  EXPECT_GE(server.getDispatch().getTime() - start, 0.29);
+}

@@ -116,6 +116,9 @@ int main(int argc, char** argv) {
   vxbase::platform::set_thread_execution_state(vxbase::platform::es_continuous |
                                                vxbase::platform::es_system_required);
   start_sockets();
+  // Every client connection takes a descriptor: the server may use all the
+  // system grants it (docs/limits.md says how many clients that makes).
+  vxbase::platform::raise_descriptor_limit();
   std::atexit(at_exit);
   vxcore::ds::push_filt("XMLRPCServer", true);
   vxcore::ds::push_filt("Corvane", true);

@@ -49,11 +49,13 @@ xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint
       // The table is registered a second time on purpose: registration
       // replaces methods by name, so repeating it changes nothing.
       register_methods();
-      if (config_->get_bool("services{xmlrpc}{publish}")) publish(port);
+      // Announced only once something listens on the port.
+      if (config_->get_bool("services{xmlrpc}{publish}")) {
+        listener_.when_listening([this, port] { publish(port); });
+      }
     }
     write_back_configuration();
-    link_source_ =
-        std::make_unique<proxy_link_source>(connection_, dispatcher(), xmlrpc_server_ == nullptr);
+    link_source_ = std::make_unique<proxy_link_source>(connection_, dispatcher());
     not_connected_reply_.set_property("error", new vxcore::property_string(not_connected_text));
   } catch (...) {
     // The destructor will not run: leave no dangling reporter behind.
@@ -80,9 +82,9 @@ void xmlrpcserver::start_listening(int port) {
   xmlrpc_server_.reset();
   xmlrpc_server_ = std::make_unique<XmlRpc::XmlRpcServer>();
   xmlrpc_server_->enableIntrospection(true);
-  // A failure is reported by the engine itself; the loop runs on without
-  // listening.
-  xmlrpc_server_->bindAndListen(port, listen_backlog);
+  // A failure is reported by the engine itself; the loop runs on and tries
+  // the port again every few seconds.
+  listener_.listen(*xmlrpc_server_, port, listen_backlog);
   register_methods();
 }
 
@@ -154,6 +156,8 @@ void xmlrpcserver::run(std::atomic<bool>& running) {
     }
     if (!attempt_pending_ && schedule_.turn()) check_proxy_connection();
     queue.run();
+    // A taken port is retried in the listener's own time.
+    if (xmlrpc_server_) listener_.turn(*xmlrpc_server_);
     link_source_->work(dispatch_seconds, keep_going);
   }
   queue.run();

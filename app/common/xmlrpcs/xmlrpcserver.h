@@ -22,6 +22,7 @@
 
 #include <xmlrpc/XmlRpcDispatch.h>
 
+#include "listener_keeper.h"
 #include "proxy_link_source.h"
 #include "retry_schedule.h"
 #include "vx_xmlrpc_method.h"
@@ -128,6 +129,8 @@ class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
   // Passed to the publication: the server announces no TXT entries.
   const vxnet::txt_record* txt_record_ = nullptr;
   std::unique_ptr<XmlRpc::XmlRpcServer> xmlrpc_server_;
+  // Binds the listener again while its port is taken.
+  listener_keeper listener_;
   // Every method object register_methods made (method_table.cpp); the
   // listener's registry points into this list.
   std::list<vx_xmlrpc_method_ptr> methods_;

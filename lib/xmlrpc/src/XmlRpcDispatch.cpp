@@ -141,6 +141,12 @@ void XmlRpcDispatch::work(double timeout) {
   _inWork = false;
 }
 
+void XmlRpcDispatch::sleep(double seconds) {
+  _poller->clear();
+  bool interrupted = false;
+  _poller->wait(toMilliseconds(seconds), &interrupted);
+}
+
 void XmlRpcDispatch::dispatchEvents() {
   // Ends the pass however it is left: handlers may throw.
   struct PassScope {

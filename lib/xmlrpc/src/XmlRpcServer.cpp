@@ -116,6 +116,13 @@ int XmlRpcServer::getPort() const {
 
 void XmlRpcServer::work(double timeout) {
   XmlRpcUtil::log(2, "XmlRpcServer::work: waiting for a connection");
+  // Not listening and no connection: the dispatcher would return at once,
+  // and a caller that counts on the time passing (a reconnect schedule
+  // counted in turns, say) would spin. The time passes here instead.
+  if (_disp.empty() && timeout > 0.0) {
+    _disp.sleep(timeout);
+    return;
+  }
   _disp.work(timeout);
 }
 

@@ -55,6 +55,11 @@ class XmlRpcDispatch {
   // remove and close sources. An empty task switches it off.
   void setPeriodicTask(std::function<void()> task, double interval);
 
+  // True when no source is listed (work() would return at once).
+  bool empty() const { return _sources.empty(); }
+  // Waits `seconds` without watching anything; a signal ends it early.
+  void sleep(double seconds);
+
   // Makes the current work() call return after the pass in progress.
   void exit() { _endTime = 0.0; }
 

@@ -79,7 +79,9 @@ class XmlRpcServer : public XmlRpcSource {
   int getPort() const;
 
   // Accepts connections and serves requests for about `timeout` seconds
-  // (negative: until the dispatcher has nothing left to watch).
+  // (negative: until the dispatcher has nothing left to watch). With
+  // nothing to watch at all (not listening, no connection) it waits out
+  // `timeout` all the same; a signal ends the wait early.
   void work(double timeout);
 
   // Makes the current work() call return after the pass in progress.
