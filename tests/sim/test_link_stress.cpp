@@ -65,7 +65,7 @@ TEST(ProxyLinkStress, RandomCommandsClosesAndLinkLossesKeepEveryPromise) {
   quiet_handler h;
   vxcapi::connection link(&h);
   XmlRpc::XmlRpcDispatch dispatch;
-  xmlrpcs::proxy_link_source source(link, dispatch, true);
+  xmlrpcs::proxy_link_source source(link, dispatch);
   std::mt19937 random(12345);
   auto chance = [&](int percent) {
     return std::uniform_int_distribution<int>(0, 99)(random) < percent;

@@ -3,18 +3,12 @@
 
 #include <algorithm>
 
-#include <vxbase/time.h>
-
 namespace xmlrpcs {
 
 using XmlRpc::XmlRpcDispatch;
 
-proxy_link_source::proxy_link_source(vxcapi::connection& link, XmlRpcDispatch& dispatch,
-                                     bool only_source)
-    : XmlRpc::XmlRpcSource(-1, false),
-      link_(&link),
-      dispatch_(&dispatch),
-      only_source_(only_source) {
+proxy_link_source::proxy_link_source(vxcapi::connection& link, XmlRpcDispatch& dispatch)
+    : XmlRpc::XmlRpcSource(-1, false), link_(&link), dispatch_(&dispatch) {
   // The dispatcher must never close the link's socket.
   setKeepOpen(true);
   link_->set_watcher(this);
@@ -87,10 +81,10 @@ void proxy_link_source::work_slice(double max_seconds) {
     const std::int64_t until = std::max<std::int64_t>(0, next - vxcapi::connection::now_ms());
     slice = std::min(slice, static_cast<double>(until) / 1000.0);
   }
-  // An empty dispatcher returns at once; the slice's time passes here so
-  // that the loop keeps its pace (not listening and no link, say).
-  if ((only_source_ && !registered_) || dispatch_->empty()) {
-    vxbase::sleep_milliseconds(static_cast<std::uint32_t>(slice * 1000));
+  // With nothing to watch (no listener, no link) the dispatcher would
+  // return at once: the slice's time passes all the same.
+  if (dispatch_->empty()) {
+    dispatch_->sleep(slice);
   } else {
     dispatch_->work(slice);
   }

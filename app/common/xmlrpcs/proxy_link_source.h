@@ -12,11 +12,8 @@ namespace xmlrpcs {
 class proxy_link_source : public XmlRpc::XmlRpcSource, public vxcapi::io_watcher {
  public:
   // Watches link's socket in dispatch from now on; both must outlive this
-  // object or see detach() first. With only_source the dispatcher watches
-  // nothing else, so a slice without a link socket sleeps instead (the
-  // dispatcher returns at once when it has nothing to watch).
-  proxy_link_source(vxcapi::connection& link, XmlRpc::XmlRpcDispatch& dispatch,
-                    bool only_source = false);
+  // object or see detach() first.
+  proxy_link_source(vxcapi::connection& link, XmlRpc::XmlRpcDispatch& dispatch);
   ~proxy_link_source() override;
   proxy_link_source(const proxy_link_source&) = delete;
   proxy_link_source& operator=(const proxy_link_source&) = delete;
@@ -53,7 +50,6 @@ class proxy_link_source : public XmlRpc::XmlRpcSource, public vxcapi::io_watcher
   bool registered_ = false;
   // Inside handleEvent the entry is brought in line by its return value.
   bool in_event_ = false;
-  bool only_source_;
 };
 
 template <typename Flag>

@@ -58,8 +58,7 @@ xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint
       }
     }
     write_back_configuration();
-    link_source_ =
-        std::make_unique<proxy_link_source>(connection_, dispatcher(), xmlrpc_server_ == nullptr);
+    link_source_ = std::make_unique<proxy_link_source>(connection_, dispatcher());
     not_connected_reply_.set_property("error", new vxcore::property_string(not_connected_text));
   } catch (...) {
     // The destructor will not run: leave no dangling reporter behind.
@@ -161,6 +160,7 @@ void xmlrpcserver::run(std::atomic<bool>& running) {
     }
     if (!attempt_pending_ && schedule_.turn()) check_proxy_connection();
     queue.run();
+    // A taken port is retried in the listener's own time.
     if (xmlrpc_server_) listener_.turn(*xmlrpc_server_);
     link_source_->work(dispatch_seconds, keep_going);
   }

@@ -22,9 +22,9 @@
 
 #include <xmlrpc/XmlRpcDispatch.h>
 
+#include "listener_keeper.h"
 #include "proxy_link_source.h"
 #include "retry_schedule.h"
-#include "listener_keeper.h"
 #include "vx_xmlrpc_method.h"
 
 namespace XmlRpc {
