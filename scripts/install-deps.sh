@@ -3,13 +3,16 @@
 # XMLRPCServer need. Safe to run again: it only calls apt-get when something
 # is missing. Must run as root (or through sudo) on Debian 12.
 #   scripts/install-deps.sh            what building and running need
-#   scripts/install-deps.sh --browser  also chromium and, from the npm
-#                                      registry, playwright-core (the
-#                                      dashboard's browser test)
+#   scripts/install-deps.sh --tests    also what only the tests need:
+#                                      chromium and, from the npm registry,
+#                                      playwright-core (the dashboard's
+#                                      browser test), and the client
+#                                      libraries of the interoperability
+#                                      suite (install-interop-deps.sh)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-browser=false
-if [[ ${1:-} == --browser ]]; then browser=true; fi
+tests=false
+if [[ ${1:-} == --tests ]]; then tests=true; fi
 
 PACKAGES=(
   # toolchain
@@ -23,13 +26,13 @@ PACKAGES=(
   # packaging, the systemd unit and the manual page
   systemd groff-base man-db fakeroot dpkg-dev file
 )
-if $browser; then PACKAGES+=(chromium); fi
+if $tests; then PACKAGES+=(chromium); fi
 
 # The browser test's driver comes from the npm registry, installed with the
 # machine's Node.js and npm (Debian's npm would replace Node.js), pinned by
 # tests/web/package-lock.json.
 install_browser_driver() {
-  $browser || return 0
+  $tests || return 0
   [[ -d $root/tests/web/node_modules/playwright-core ]] && return 0
   if ! command -v npm >/dev/null; then
     echo "install-deps: npm not found: the dashboard's browser test will be skipped" >&2
@@ -46,7 +49,7 @@ for p in "${PACKAGES[@]}"; do
 done
 
 # The client libraries of the interoperability suite have a script of their own.
-interop_deps() { bash "$(dirname "$0")/install-interop-deps.sh"; }
+interop_deps() { $tests || return 0; bash "$(dirname "$0")/install-interop-deps.sh"; }
 
 if ((${#missing[@]} == 0)); then
   echo "install-deps: all ${#PACKAGES[@]} packages present"

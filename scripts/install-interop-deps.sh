@@ -3,7 +3,7 @@
 # (tests/interop): Debian packages, and the Node packages of
 # tests/interop/node from the npm registry with the machine's own Node.js
 # and npm. Safe to run again: it installs only what is missing. Runs as root
-# (or through sudo) on Debian 12; scripts/install-deps.sh calls it.
+# (or through sudo) on Debian 12; scripts/install-deps.sh --tests calls it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/install-deps.sh --browser
+bash scripts/install-deps.sh --tests
 
 logs=$(mktemp -d)
 trap 'rm -rf "$logs"' EXIT
