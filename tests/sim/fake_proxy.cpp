@@ -54,10 +54,10 @@ bool fake_peer::do_hello(std::uint32_t version) {
   return true;
 }
 
-bool fake_peer::sees_close() {
+bool fake_peer::sees_close(int wait_ms) {
   for (;;) {
     pollfd p{fd_, POLLIN, 0};
-    if (::poll(&p, 1, step_timeout_ms) <= 0) return false;
+    if (::poll(&p, 1, wait_ms) <= 0) return false;
     char buf[4096];
     const ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
     if (n == 0) return true;

@@ -22,8 +22,9 @@ class fake_peer {
   void send_raw(const std::string& bytes);
   // Answers the client's hello with this build's version (or another).
   bool do_hello(std::uint32_t version = vxnet::vxp::protocol_version);
-  // True when the client closed the link (end of file within a few seconds).
-  bool sees_close();
+  // True when the client closed the link (end of file within a few seconds,
+  // or within wait_ms without data meanwhile).
+  bool sees_close(int wait_ms = 5000);
 
  private:
   int fd_;
