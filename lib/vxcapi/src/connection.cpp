@@ -2,15 +2,9 @@
 // trips matched by request id, and the proxy's own packets in between.
 #include <vxcapi/connection.h>
 
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <exception>
+
+#include <vxbase/net.h>
 
 #include <vxcore/properties.h>
 #include <vxcore/property_values.h>
@@ -50,45 +44,39 @@ packet error_reply(const packet& request, const std::string& text) {
 // Opens a non-blocking socket to one address; waits for the connection
 // until deadline. Returns the descriptor, or -1 with the code and text set.
 int connect_one(const addrinfo& ai, std::int64_t deadline, result_code& code, std::string& text) {
-  const int fd =
-      ::socket(ai.ai_family, ai.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, ai.ai_protocol);
+  namespace net = vxbase::net;
+  const int fd = net::open_socket(ai.ai_family, ai.ai_socktype, ai.ai_protocol);
   if (fd < 0) {
     code = rc_failed;
-    text = "cannot make a socket: " + detail::errno_text(errno);
+    text = "cannot make a socket: " + net::error_text(net::last_error());
     return -1;
   }
   int error = 0;
-  if (::connect(fd, ai.ai_addr, ai.ai_addrlen) != 0) {
-    error = errno;
-    if (error == EINPROGRESS) {
-      pollfd p{fd, POLLOUT, 0};
+  if (::connect(fd, ai.ai_addr, static_cast<int>(ai.ai_addrlen)) != 0) {
+    error = net::last_error();
+    if (net::is_in_progress(error)) {
+      pollfd p = net::watch(fd, POLLOUT);
       int n;
       do {
-        n = ::poll(&p, 1, detail::remaining_ms(deadline));
-      } while (n < 0 && errno == EINTR);
+        n = net::poll(&p, 1, detail::remaining_ms(deadline));
+      } while (n < 0 && net::is_interrupted(net::last_error()));
       if (n == 0) {
-        ::close(fd);
+        net::close_socket(fd);
         code = rc_timed_out;
         text = "no connection within the time-out";
         return -1;
       }
-      socklen_t len = sizeof error;
-      if (n < 0)
-        error = errno;
-      else if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &len) != 0)
-        error = errno;
+      error = n < 0 ? net::last_error() : net::pending_error(fd);
     }
   }
   if (error != 0) {
-    ::close(fd);
-    code = (error == ECONNREFUSED || error == ENETUNREACH || error == EHOSTUNREACH) ? rc_unreachable
-                                                                                    : rc_failed;
-    text = "cannot connect: " + detail::errno_text(error);
+    net::close_socket(fd);
+    code = net::is_refused(error) ? rc_unreachable : rc_failed;
+    text = "cannot connect: " + net::error_text(error);
     return -1;
   }
   // Round trips are small request/reply exchanges: send each at once.
-  const int one = 1;
-  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  net::set_no_delay(fd);
   return fd;
 }
 
@@ -185,15 +173,16 @@ result_code connection::await_hello(std::int64_t deadline, std::string& text) {
       text = std::string("the peer does not speak vxp: ") + e.what();
       return rc_bad_peer;
     }
-    pollfd p{fd_, static_cast<short>(POLLIN | (io_wants_write() ? POLLOUT : 0)), 0};
-    const int n = ::poll(&p, 1, detail::remaining_ms(deadline));
-    if (n < 0 && errno == EINTR) continue;
+    namespace net = vxbase::net;
+    pollfd p = net::watch(fd_, static_cast<short>(POLLIN | (io_wants_write() ? POLLOUT : 0)));
+    const int n = net::poll(&p, 1, detail::remaining_ms(deadline));
+    if (n < 0 && net::is_interrupted(net::last_error())) continue;
     if (n == 0) {
       text = "no hello from the proxy within the time-out";
       return rc_timed_out;
     }
     if (n < 0) {
-      text = "poll failed: " + detail::errno_text(errno);
+      text = "poll failed: " + net::error_text(net::last_error());
       return rc_failed;
     }
     if ((p.revents & POLLOUT) && !flush()) {
@@ -201,15 +190,16 @@ result_code connection::await_hello(std::int64_t deadline, std::string& text) {
       return rc_failed;
     }
     if (p.revents & (POLLIN | POLLHUP | POLLERR)) {
-      const ssize_t got = ::recv(fd_, chunk, sizeof chunk, 0);
+      const long got = net::recv_some(fd_, chunk, sizeof chunk);
       if (got == 0) {
         text = "the proxy closed the connection during the hello";
         return rc_bad_peer;
       }
       if (got < 0) {
-        if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) continue;
-        text = "read failed during the hello: " + detail::errno_text(errno);
-        return errno == ECONNREFUSED || errno == ECONNRESET ? rc_unreachable : rc_failed;
+        const int error = net::last_error();
+        if (net::is_transient(error)) continue;
+        text = "read failed during the hello: " + net::error_text(error);
+        return net::is_refused(error) ? rc_unreachable : rc_failed;
       }
       reader_.feed(chunk, static_cast<std::size_t>(got));
     }
@@ -267,7 +257,7 @@ bool connection::send_notice(const packet& notice) {
 
 void connection::close() noexcept {
   if (fd_ < 0) return;
-  ::close(fd_);
+  vxbase::net::close_socket(fd_);
   fd_ = -1;
   reset_link();
 }
@@ -284,7 +274,7 @@ void connection::reset_link() noexcept {
 
 void connection::drop(const std::string& reason, bool error) {
   if (fd_ < 0) return;
-  ::close(fd_);
+  vxbase::net::close_socket(fd_);
   fd_ = -1;
   reset_link();
   report(vxbase::sev_info, error ? vxcore::kind::protocol : vxcore::kind::network,
@@ -302,12 +292,13 @@ void connection::queue(const message& m) {
 
 bool connection::flush() {
   while (fd_ >= 0 && out_pos_ < outbox_.size()) {
-    const ssize_t sent =
-        ::send(fd_, outbox_.data() + out_pos_, outbox_.size() - out_pos_, MSG_NOSIGNAL);
+    namespace net = vxbase::net;
+    const long sent = net::send_some(fd_, outbox_.data() + out_pos_, outbox_.size() - out_pos_);
     if (sent < 0) {
-      if (errno == EINTR) continue;
-      if (errno == EAGAIN || errno == EWOULDBLOCK) return true;
-      drop("write failed: " + detail::errno_text(errno), true);
+      const int error = net::last_error();
+      if (net::is_interrupted(error)) continue;
+      if (net::is_transient(error)) return true;
+      drop("write failed: " + net::error_text(error), true);
       return false;
     }
     out_pos_ += static_cast<std::size_t>(sent);
@@ -323,15 +314,17 @@ void connection::io_writable() { flush(); }
 void connection::io_readable() {
   char chunk[read_chunk];
   for (int i = 0; i < max_reads_per_event && fd_ >= 0; ++i) {
-    const ssize_t got = ::recv(fd_, chunk, sizeof chunk, 0);
+    namespace net = vxbase::net;
+    const long got = net::recv_some(fd_, chunk, sizeof chunk);
     if (got == 0) {
       drop("the proxy closed the connection", false);
       return;
     }
     if (got < 0) {
-      if (errno == EINTR) continue;
-      if (errno == EAGAIN || errno == EWOULDBLOCK) break;
-      drop("read failed: " + detail::errno_text(errno), true);
+      const int error = net::last_error();
+      if (net::is_interrupted(error)) continue;
+      if (net::is_transient(error)) break;
+      drop("read failed: " + net::error_text(error), true);
       return;
     }
     reader_.feed(chunk, static_cast<std::size_t>(got));

@@ -1,8 +1,7 @@
-// Clock and errno helpers of the proxy connection.
+// Clock helpers of the proxy connection.
 #include "socket_util.h"
 
 #include <chrono>
-#include <cstring>
 
 namespace vxcapi::detail {
 
@@ -15,10 +14,6 @@ int remaining_ms(std::int64_t deadline) noexcept {
   const std::int64_t left = deadline - now_ms();
   if (left <= 0) return 0;
   return left > 0x7fffffff ? 0x7fffffff : static_cast<int>(left);
-}
-
-std::string errno_text(int error) {
-  return std::string(std::strerror(error)) + " (errno " + std::to_string(error) + ")";
 }
 
 }  // namespace vxcapi::detail

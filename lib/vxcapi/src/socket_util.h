@@ -1,9 +1,7 @@
-// Internal: the few POSIX socket steps the connection needs, with errno
-// turned into text.
+// Internal: the clock steps of the connection's time-outs.
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace vxcapi::detail {
 
@@ -12,8 +10,5 @@ std::int64_t now_ms() noexcept;
 
 // Milliseconds left until deadline (0 when passed), clamped for poll().
 int remaining_ms(std::int64_t deadline) noexcept;
-
-// "Connection refused (errno 111)".
-std::string errno_text(int error);
 
 }  // namespace vxcapi::detail

@@ -1,13 +1,13 @@
-// XmlRpcDispatch: one select() per pass over the watched sources; handlers
-// return the mask to watch next.
+// XmlRpcDispatch: one poll per pass over the watched sources (through the
+// socket layer: poll() or WSAPoll()); handlers return the mask to watch next.
 #include "xmlrpc/XmlRpcDispatch.h"
 
-#include <sys/select.h>
-
-#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <unordered_map>
+#include <vector>
 
+#include "xmlrpc/XmlRpcSocket.h"
 #include "xmlrpc/XmlRpcSource.h"
 #include "xmlrpc/XmlRpcUtil.h"
 
@@ -25,33 +25,51 @@ constexpr int kMaxDescriptorsPerSet = 64;
 // unchanged when no handler ran.
 constexpr unsigned kAllEvents = 0xFFFFFFFFu;
 
-// One descriptor set with the Windows rules: no duplicates, at most
-// kMaxDescriptorsPerSet entries, and (POSIX) never a descriptor that
-// FD_SET cannot hold.
-class LimitedSet {
- public:
-  LimitedSet() { FD_ZERO(&set_); }
-
-  void add(int fd) {
-    if (fd < 0 || fd >= FD_SETSIZE || count_ >= kMaxDescriptorsPerSet) return;
-    if (FD_ISSET(fd, &set_)) return;
-    FD_SET(fd, &set_);
-    ++count_;
-  }
-  bool has(int fd) const { return fd >= 0 && fd < FD_SETSIZE && FD_ISSET(fd, &set_); }
-  bool empty() const { return count_ == 0; }
-  fd_set* raw() { return &set_; }
-
- private:
-  fd_set set_;
-  int count_ = 0;
-};
+// The poll bit of each of the three sets.
+constexpr unsigned kSetBits[3] = {XmlRpcSocket::PollIn, XmlRpcSocket::PollOut,
+                                  XmlRpcSocket::PollPri};
 
 }  // namespace
 
+// The three sets of a pass (read, write, except) with the select() rules:
+// no duplicates, at most kMaxDescriptorsPerSet entries each; kept as one
+// poll entry per descriptor.
 class XmlRpcDispatch::DescriptorSets {
  public:
-  LimitedSet read, write, except;
+  enum Set { Read = 0, Write = 1, Except = 2 };
+
+  void add(int fd, Set set) {
+    if (fd < 0 || counts_[set] >= kMaxDescriptorsPerSet) return;
+    auto [it, added] = index_.try_emplace(fd, entries_.size());
+    if (added) entries_.push_back(XmlRpcSocket::PollEntry{fd, 0, 0});
+    XmlRpcSocket::PollEntry& entry = entries_[it->second];
+    if (entry.events & kSetBits[set]) return;
+    entry.events |= kSetBits[set];
+    ++counts_[set];
+  }
+
+  // Whether fd was watched in `set` and is ready for it. Like select(), a
+  // hang-up or an error makes a descriptor readable and writable.
+  bool has(int fd, Set set) const {
+    auto it = index_.find(fd);
+    if (it == index_.end()) return false;
+    const XmlRpcSocket::PollEntry& entry = entries_[it->second];
+    if (!(entry.events & kSetBits[set])) return false;
+    unsigned ready = entry.revents;
+    if (set != Except && (ready & (XmlRpcSocket::PollHup | XmlRpcSocket::PollErr))) return true;
+    return (ready & kSetBits[set]) != 0;
+  }
+
+  bool empty() const { return entries_.empty(); }
+
+  int poll(int timeoutMs) {
+    return XmlRpcSocket::poll(entries_.data(), entries_.size(), timeoutMs);
+  }
+
+ private:
+  std::vector<XmlRpcSocket::PollEntry> entries_;
+  std::unordered_map<int, size_t> index_;
+  int counts_[3] = {0, 0, 0};
 };
 
 void XmlRpcDispatch::addSource(XmlRpcSource* source, unsigned eventMask) {
@@ -94,9 +112,9 @@ int XmlRpcDispatch::buildSets(DescriptorSets& sets) const {
   for (const auto& entry : _sources) {
     if (entry.source == nullptr) continue;
     int fd = entry.source->getfd();
-    if (entry.mask & ReadableEvent) sets.read.add(fd);
-    if (entry.mask & WritableEvent) sets.write.add(fd);
-    if (entry.mask & Exception) sets.except.add(fd);
+    if (entry.mask & ReadableEvent) sets.add(fd, DescriptorSets::Read);
+    if (entry.mask & WritableEvent) sets.add(fd, DescriptorSets::Write);
+    if (entry.mask & Exception) sets.add(fd, DescriptorSets::Except);
     if (entry.mask != 0 && fd > maxFd) maxFd = fd;
   }
   return maxFd;
@@ -111,32 +129,23 @@ void XmlRpcDispatch::work(double timeout) {
     DescriptorSets sets;
     int maxFd = buildSets(sets);
 
-    // select() copies results over its arguments, so the sets are rebuilt
-    // for every pass; the limit is re-applied to the whole pass each time.
-    timeval tv{};
-    timeval* tvp = nullptr;
-    if (timeout >= 0.0) {
-      double whole = std::floor(timeout);
-      tv.tv_sec = static_cast<int>(whole);
-      tv.tv_usec = static_cast<int>(std::floor((timeout - whole) * 1000000.0)) % 1000000;
-      tvp = &tv;
-    }
-    // Windows' select() refuses three empty sets, which ends work() instead
-    // of sleeping forever on a list of sources that all wait for nothing.
+    // The sets are rebuilt for every pass from the current masks; the limit
+    // is re-applied to the whole pass each time. A part of a millisecond is
+    // waited as a whole one, so that a short time-out never spins.
+    int timeoutMs = -1;
+    if (timeout >= 0.0) timeoutMs = static_cast<int>(std::ceil(timeout * 1000.0));
+    // A list of sources that all wait for nothing ends work() (as Windows'
+    // select() refusing three empty sets did) instead of sleeping forever.
     int nEvents = -1;
-    errno = 0;
-    if (!(sets.read.empty() && sets.write.empty() && sets.except.empty())) {
-      int nfds = (maxFd + 1 < FD_SETSIZE) ? maxFd + 1 : FD_SETSIZE;
-      nEvents = ::select(nfds, sets.read.raw(), sets.write.raw(), sets.except.raw(), tvp);
-    }
-    if (nEvents < 0 && errno == EINTR) {
+    if (!sets.empty()) nEvents = sets.poll(timeoutMs);
+    if (nEvents < 0 && !sets.empty() && XmlRpcSocket::nonFatalError()) {
       // A signal is no error: the caller gets control back at once to see
       // what it asked for (a stop, most likely).
       _inWork = false;
       return;
     }
     if (nEvents < 0) {
-      XmlRpcUtil::error("Error in XmlRpcDispatch::work: error in select (%d).", nEvents);
+      XmlRpcUtil::error("Error in XmlRpcDispatch::work: error in poll (%d).", nEvents);
       _inWork = false;
       return;
     }
@@ -177,9 +186,9 @@ void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
     if (fd > maxFd) continue;  // added during this pass, or not watched
 
     unsigned newMask = kAllEvents;
-    if (ready.read.has(fd)) newMask &= source->handleEvent(ReadableEvent);
-    if (ready.write.has(fd)) newMask &= source->handleEvent(WritableEvent);
-    if (ready.except.has(fd)) newMask &= source->handleEvent(Exception);
+    if (ready.has(fd, DescriptorSets::Read)) newMask &= source->handleEvent(ReadableEvent);
+    if (ready.has(fd, DescriptorSets::Write)) newMask &= source->handleEvent(WritableEvent);
+    if (ready.has(fd, DescriptorSets::Except)) newMask &= source->handleEvent(Exception);
 
     if (it->source != source) continue;  // the handler removed its own entry
     if (newMask == 0) {

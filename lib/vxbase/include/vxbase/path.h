@@ -4,10 +4,12 @@
 #include <string>
 #include <string_view>
 
+#include <vxbase/os_traits.h>
+
 namespace vxbase {
 
 // The separator of this platform's paths.
-inline constexpr char path_separator = '/';
+inline constexpr char path_separator = os::path_separator;
 
 // dir joined with name by one separator: path_appended("a/b", "c.xml", '/')
 // => "a/b/c.xml"; a separator already ending dir is not doubled; an empty

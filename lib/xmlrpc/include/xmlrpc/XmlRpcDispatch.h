@@ -1,4 +1,4 @@
-// XmlRpcDispatch: the single-threaded select() loop over a list of sources.
+// XmlRpcDispatch: the single-threaded poll loop over a list of sources.
 // It knows nothing of HTTP or XML-RPC: sources get events and return masks.
 #pragma once
 
@@ -32,7 +32,7 @@ class XmlRpcDispatch {
   void setSourceEvents(XmlRpcSource* source, unsigned eventMask);
 
   // Watches the sources and calls their handlers. A negative `timeout` runs
-  // until no source remains (or select fails); otherwise it returns after
+  // until no source remains (or the poll fails); otherwise it returns after
   // the first pass that ends more than `timeout` seconds after the start.
   // Every pass waits up to the full `timeout`, so a call can last up to
   // about twice the budget. A signal that interrupts the wait ends the call
@@ -55,7 +55,7 @@ class XmlRpcDispatch {
     unsigned mask;
   };
   using SourceList = std::list<MonitoredSource>;
-  class DescriptorSets;  // the three select() sets with the 64-entry rule
+  class DescriptorSets;  // the three watch sets with the 64-entry rule
 
   // Builds the sets of one pass from the list; returns the highest watched
   // descriptor, -1 when no entry has a non-zero mask.

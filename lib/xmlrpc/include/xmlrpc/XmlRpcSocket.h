@@ -1,7 +1,9 @@
-// XmlRpcSocket: the engine's thin layer over the operating system's sockets.
-// Failures are reported by the result; getErrorMsg() tells the reason.
+// XmlRpcSocket: the engine's thin layer over the operating system's sockets
+// (XmlRpcSocket_posix.cpp or XmlRpcSocket_win32.cpp by platform). Failures
+// are reported by the result; getErrorMsg() tells the reason.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace XmlRpc {
@@ -34,6 +36,22 @@ class XmlRpcSocket {
   // Sends the rest of `s` from *bytesSoFar on, advancing *bytesSoFar, until
   // all is out or the socket would block. False on a real error.
   static bool nbWrite(int fd, const std::string& s, int* bytesSoFar);
+  // The local port the socket is bound to; -1 when it cannot be read.
+  static int getPort(int fd);
+
+  // One socket to wait for: what to watch and, after poll(), what happened.
+  struct PollEntry {
+    int fd;
+    unsigned events;   // PollIn, PollOut, PollPri
+    unsigned revents;  // the same bits, plus PollHup and PollErr
+  };
+  enum PollBits : unsigned { PollIn = 1, PollOut = 2, PollPri = 4, PollHup = 8, PollErr = 16 };
+  // Waits up to timeoutMs (negative: no limit) until one of the entries is
+  // ready: poll() on POSIX, WSAPoll() on Windows. Returns the number of
+  // ready entries, 0 on time-out, negative on error (getError() says
+  // which; an interruption by a signal is nonFatalError()).
+  static int poll(PollEntry* entries, size_t count, int timeoutMs);
+
   // Looks at the socket without taking anything: *eof when the peer has
   // closed, *data when bytes are waiting. False on a real error.
   static bool nbPeek(int fd, bool* eof, bool* data);

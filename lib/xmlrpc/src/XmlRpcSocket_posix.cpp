@@ -6,12 +6,14 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "xmlrpc/XmlRpcUtil.h"
 
@@ -118,6 +120,31 @@ bool XmlRpcSocket::nbWrite(int fd, const std::string& s, int* bytesSoFar) {
     }
   }
   return true;
+}
+
+int XmlRpcSocket::getPort(int fd) {
+  sockaddr_in addr{};
+  socklen_t len = sizeof(addr);
+  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) return -1;
+  return ntohs(addr.sin_port);
+}
+
+int XmlRpcSocket::poll(PollEntry* entries, size_t count, int timeoutMs) {
+  std::vector<pollfd> fds(count);
+  for (size_t i = 0; i < count; ++i) {
+    fds[i].fd = entries[i].fd;
+    fds[i].events = static_cast<short>(((entries[i].events & PollIn) ? POLLIN : 0) |
+                                       ((entries[i].events & PollOut) ? POLLOUT : 0) |
+                                       ((entries[i].events & PollPri) ? POLLPRI : 0));
+  }
+  int n = ::poll(fds.data(), static_cast<nfds_t>(count), timeoutMs);
+  for (size_t i = 0; i < count; ++i) {
+    short r = fds[i].revents;
+    entries[i].revents = ((r & POLLIN) ? PollIn : 0u) | ((r & POLLOUT) ? PollOut : 0u) |
+                         ((r & POLLPRI) ? PollPri : 0u) | ((r & POLLHUP) ? PollHup : 0u) |
+                         ((r & (POLLERR | POLLNVAL)) ? PollErr : 0u);
+  }
+  return n;
 }
 
 bool XmlRpcSocket::nbPeek(int fd, bool* eof, bool* data) {

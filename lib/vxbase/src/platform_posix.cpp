@@ -1,6 +1,10 @@
 // Linux side of the platform layer: the start-up services are no-ops here.
 #include <vxbase/platform.h>
 
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
 namespace vxbase::platform {
 
 unsigned set_error_mode(unsigned) noexcept { return 0; }
@@ -20,6 +24,28 @@ int common_app_data_folder(int key, std::string& folder) {
   if (key != folder_common_app_data) return -1;
   folder = "/var/lib";
   return 0;
+}
+
+int replace_file(const std::string& from, const std::string& to) noexcept {
+  return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+namespace {
+void (*stop_callback)() = nullptr;
+
+void on_signal(int) {
+  if (stop_callback) stop_callback();
+}
+}  // namespace
+
+void on_stop_request(void (*stop)()) noexcept {
+  stop_callback = stop;
+  struct sigaction action {};
+  action.sa_handler = on_signal;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
 }
 
 }  // namespace vxbase::platform
