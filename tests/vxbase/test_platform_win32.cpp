@@ -72,6 +72,13 @@ TEST(Platform, PathsUseBackslashes) {
   EXPECT_EQ(vxbase::path_appended("C:\\ProgramData", "x.xml"), "C:\\ProgramData\\x.xml");
 }
 
+TEST(Platform, DrivePathsAreAbsolute) {
+  EXPECT_TRUE(vxbase::path_is_absolute("C:\\logs"));
+  EXPECT_TRUE(vxbase::path_is_absolute("d:/logs"));
+  EXPECT_TRUE(vxbase::path_is_absolute("\\logs"));
+  EXPECT_FALSE(vxbase::path_is_absolute("logs\\C:"));
+}
+
 TEST(Platform, ExecutableFolderHoldsThisTest) {
   const std::string dir = vxbase::env::get_executable_path();
   ASSERT_FALSE(dir.empty());

@@ -17,6 +17,10 @@ inline constexpr char path_separator = os::path_separator;
 std::string path_appended(std::string_view dir, std::string_view name,
                           char separator = path_separator);
 
+// Whether path names a place from the root: it starts with a separator
+// (or '/'), or, on Windows, with a drive ("C:").
+bool path_is_absolute(std::string_view path);
+
 // Everything before the last separator: path_directory("a/b/c.xml", '/', 0)
 // => "a/b"; "" when there is none; "/" for a file in the root. flags is
 // reserved and must be 0.

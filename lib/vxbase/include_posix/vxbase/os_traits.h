@@ -10,4 +10,6 @@ namespace vxbase::os {
 inline constexpr char path_separator = '/';
 // Added to every open(): files stay closed in programs the process starts.
 inline constexpr int open_flags = O_CLOEXEC;
+// No drive letters: every absolute path starts with the separator.
+inline constexpr bool drive_letters = false;
 }  // namespace vxbase::os

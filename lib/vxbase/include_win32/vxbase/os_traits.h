@@ -12,4 +12,6 @@ inline constexpr char path_separator = '\\';
 // Added to every open(): bytes as they are (no CR-LF translation), and not
 // inherited by programs the process starts.
 inline constexpr int open_flags = O_BINARY | O_NOINHERIT;
+// "C:\\logs" and "C:/logs" are absolute as well as "\\logs".
+inline constexpr bool drive_letters = true;
 }  // namespace vxbase::os
