@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=${1:-60}
-targets=(connection)
+targets=(connection vxp)
 
 bash scripts/build.sh fuzz "${targets[@]/#/xmlrpc_fuzz_}"
 

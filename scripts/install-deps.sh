@@ -2,7 +2,14 @@
 # Installs exactly the Debian packages that building, testing and benchmarking
 # XMLRPCServer need. Safe to run again: it only calls apt-get when something
 # is missing. Must run as root (or through sudo) on Debian 12.
+#   scripts/install-deps.sh            what building and running need
+#   scripts/install-deps.sh --browser  also chromium and, from the npm
+#                                      registry, playwright-core (the
+#                                      dashboard's browser test)
 set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+browser=false
+if [[ ${1:-} == --browser ]]; then browser=true; fi
 
 PACKAGES=(
   # toolchain
@@ -12,8 +19,24 @@ PACKAGES=(
   libmsgpack-cxx-dev libspdlog-dev libavahi-client-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev python3 iproute2 util-linux
-  dbus avahi-daemon avahi-utils wrk procps locales
+  dbus avahi-daemon avahi-utils wrk procps locales curl
+  # packaging, the systemd unit and the manual page
+  systemd groff-base man-db fakeroot dpkg-dev file
 )
+if $browser; then PACKAGES+=(chromium); fi
+
+# The browser test's driver comes from the npm registry, installed with the
+# machine's Node.js and npm (Debian's npm would replace Node.js), pinned by
+# tests/web/package-lock.json.
+install_browser_driver() {
+  $browser || return 0
+  [[ -d $root/tests/web/node_modules/playwright-core ]] && return 0
+  if ! command -v npm >/dev/null; then
+    echo "install-deps: npm not found: the dashboard's browser test will be skipped" >&2
+    return 0
+  fi
+  (cd "$root/tests/web" && npm ci --no-audit --no-fund --loglevel=error)
+}
 
 missing=()
 for p in "${PACKAGES[@]}"; do
@@ -22,8 +45,13 @@ for p in "${PACKAGES[@]}"; do
   fi
 done
 
+# The client libraries of the interoperability suite have a script of their own.
+interop_deps() { bash "$(dirname "$0")/install-interop-deps.sh"; }
+
 if ((${#missing[@]} == 0)); then
   echo "install-deps: all ${#PACKAGES[@]} packages present"
+  install_browser_driver
+  interop_deps
   exit 0
 fi
 
@@ -41,3 +69,5 @@ if [[ ! -e /usr/sbin/policy-rc.d ]]; then
   trap '$SUDO rm -f /usr/sbin/policy-rc.d' EXIT
 fi
 $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+install_browser_driver
+interop_deps

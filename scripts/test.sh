@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/install-deps.sh
+bash scripts/install-deps.sh --browser
 windows=1
 [[ ${XMLRPCS_SKIP_WINDOWS:-0} == 1 ]] && windows=0
 ((windows)) && bash scripts/install-windows-deps.sh

@@ -45,7 +45,8 @@ std::optional<options> parse_options(int argc, const char* const* argv, std::str
     if (name == "--port")
       max = std::numeric_limits<std::uint16_t>::max();
     else if (name == "--protocol" || name == "--delay-ms" || name == "--drop-after" ||
-             name == "--job-duration-ms" || name == "--fail-every")
+             name == "--jitter-ms" || name == "--hang-after" || name == "--job-duration-ms" ||
+             name == "--fail-every")
       max = std::numeric_limits<std::uint32_t>::max();
     else {
       error = "unknown option " + std::string(arg);
@@ -70,6 +71,10 @@ std::optional<options> parse_options(int argc, const char* const* argv, std::str
       o.protocol = static_cast<std::uint32_t>(n);
     else if (name == "--delay-ms")
       o.delay_ms = static_cast<unsigned>(n);
+    else if (name == "--jitter-ms")
+      o.jitter_ms = static_cast<unsigned>(n);
+    else if (name == "--hang-after")
+      o.hang_after = n;
     else if (name == "--job-duration-ms")
       o.job_duration_ms = static_cast<unsigned>(n);
     else if (name == "--fail-every")
@@ -85,7 +90,11 @@ const char* usage() noexcept {
          "  Stands in for the Corvane client proxy: speaks vxp on 127.0.0.1.\n"
          "  --port N        port to listen on (default 40410; 0 picks a free one)\n"
          "  --protocol N    protocol version to announce in the hello (default: this build's)\n"
-         "  --delay-ms N    hold every reply back N milliseconds\n"
+         "  --delay-ms N    hold every reply back N milliseconds (each on its own:\n"
+         "                  replies to many commands come out together)\n"
+         "  --jitter-ms N   hold every reply back a further random 0..N milliseconds,\n"
+         "                  so that replies come out of order\n"
+         "  --hang-after N  answer the first N commands (of all clients), then none\n"
          "  --drop-after N  close a link, unanswered, when its packet N+1 arrives\n"
          "  --record FILE   append one JSON line per command received to FILE\n"
          "  --job-duration-ms N\n"

@@ -61,7 +61,7 @@ packet error_reply(const packet& request, const std::string& text) {
 }  // namespace
 
 sim_server::sim_server(const options& opts, const command_registry& registry)
-    : opts_(opts), registry_(registry) {
+    : opts_(opts), registry_(registry), jitter_random_(std::random_device{}()) {
   state_.set_job_duration(opts_.job_duration_ms);
   state_.set_fail_every(opts_.fail_every);
 }
@@ -205,9 +205,20 @@ bool sim_server::handle(client& c, message&& m) {
     std::fprintf(record_, "%s\n", record_line(c.number, m.id, m.body).c_str());
     std::fflush(record_);
   }
+  ++commands_;
+  if (opts_.hang_after && commands_ > *opts_.hang_after) {
+    if (commands_ == *opts_.hang_after + 1)
+      log_line("hanging: no more answers after " + std::to_string(*opts_.hang_after) + " commands");
+    return true;
+  }
   std::string frames = answer(m);
-  if (opts_.delay_ms > 0) {
-    c.later.push_back({now_ms() + opts_.delay_ms, std::move(frames)});
+  std::int64_t hold = opts_.delay_ms;
+  if (opts_.jitter_ms > 0)
+    hold += std::uniform_int_distribution<std::int64_t>(0, opts_.jitter_ms)(jitter_random_);
+  if (hold > 0) {
+    // Each reply waits on its own, so slow replies never queue behind each
+    // other and jittered ones overtake.
+    c.later.emplace(now_ms() + hold, std::move(frames));
   } else {
     c.outbox.append(frames);
   }
@@ -240,9 +251,9 @@ std::string sim_server::answer(const message& request) {
 }
 
 void sim_server::release_due(client& c, std::int64_t now) {
-  while (!c.later.empty() && c.later.front().due_ms <= now) {
-    c.outbox.append(c.later.front().frames);
-    c.later.pop_front();
+  while (!c.later.empty() && c.later.begin()->first <= now) {
+    c.outbox.append(c.later.begin()->second);
+    c.later.erase(c.later.begin());
   }
 }
 
@@ -262,7 +273,7 @@ int sim_server::next_timeout_ms(std::int64_t now) const {
   std::int64_t best = -1;
   for (const auto& c : clients_) {
     if (c->later.empty()) continue;
-    const std::int64_t left = std::max<std::int64_t>(0, c->later.front().due_ms - now);
+    const std::int64_t left = std::max<std::int64_t>(0, c->later.begin()->first - now);
     if (best < 0 || left < best) best = left;
   }
   return static_cast<int>(best);

@@ -4,8 +4,9 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <deque>
+#include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -38,10 +39,6 @@ class sim_server {
   void run();
 
  private:
-  struct scheduled {
-    std::int64_t due_ms;
-    std::string frames;
-  };
   struct client {
     int fd = -1;
     std::uint64_t number = 0;
@@ -51,7 +48,9 @@ class sim_server {
     bool hello_done = false;
     bool closing = false;  // close once the outbox is written
     std::uint64_t packets = 0;
-    std::deque<scheduled> later;  // replies held back by --delay-ms
+    // Replies held back by --delay-ms and --jitter-ms, by the time they are
+    // due; equal times keep their order of arrival.
+    std::multimap<std::int64_t, std::string> later;
   };
 
   void accept_clients();
@@ -69,6 +68,10 @@ class sim_server {
   int listen_fd_ = -1;
   std::FILE* record_ = nullptr;  // the --record file, when given
   std::uint64_t accepted_ = 0;
+  // Commands received from all clients, for --hang-after.
+  std::uint64_t commands_ = 0;
+  // Draws the --jitter-ms of each reply.
+  std::minstd_rand jitter_random_;
   std::vector<std::unique_ptr<client>> clients_;
 };
 

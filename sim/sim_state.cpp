@@ -4,9 +4,31 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace sim {
+
+bool id_order::operator()(const std::string& a, const std::string& b) const noexcept {
+  const auto split = [](const std::string& id) {
+    const auto dash = id.rfind('-');
+    const auto digits = dash == std::string::npos ? std::string::npos : dash + 1;
+    const bool numbered = digits != std::string::npos && digits < id.size() &&
+                          id.find_first_not_of("0123456789", digits) == std::string::npos;
+    return numbered ? std::pair{std::string_view(id).substr(0, dash),
+                                std::string_view(id).substr(digits)}
+                    : std::pair{std::string_view(id), std::string_view()};
+  };
+  const auto [prefix_a, number_a] = split(a);
+  const auto [prefix_b, number_b] = split(b);
+  if (prefix_a != prefix_b) return prefix_a < prefix_b;
+  // Same prefix: the shorter number is the smaller (ids carry no leading
+  // zeros); equal lengths compare as text.
+  if (number_a.size() != number_b.size()) return number_a.size() < number_b.size();
+  if (number_a != number_b) return number_a < number_b;
+  return a < b;
+}
 
 const workflow& sim_state::submit(const std::string& name, std::int64_t priority,
                                   const std::vector<std::string>& task_names) {
@@ -43,12 +65,36 @@ std::set<std::string> files_in(const std::string& dir) {
 
 }  // namespace
 
+bool wildcard_match(std::string_view pattern, std::string_view name) noexcept {
+  // The classic greedy walk: remember the last '*' and how much of name it
+  // has swallowed, and let it swallow one more byte on a mismatch.
+  std::size_t p = 0, n = 0, star = std::string_view::npos, resume = 0;
+  while (n < name.size()) {
+    if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
+      ++p;
+      ++n;
+    } else if (p < pattern.size() && pattern[p] == '*') {
+      star = p++;
+      resume = n;
+    } else if (star != std::string_view::npos) {
+      p = star + 1;
+      n = ++resume;
+    } else {
+      return false;
+    }
+  }
+  while (p < pattern.size() && pattern[p] == '*') ++p;
+  return p == pattern.size();
+}
+
 const monitor& sim_state::add_monitor(const std::string& name, const std::string& path,
-                                      std::int64_t priority, std::vector<std::string> task_names) {
+                                      const std::string& file_pattern, std::int64_t priority,
+                                      std::vector<std::string> task_names) {
   monitor m;
   m.id = "mon-" + std::to_string(next_++);
   m.name = name;
   m.path = path;
+  m.file_pattern = file_pattern;
   m.priority = priority;
   m.task_names = std::move(task_names);
   m.seen = files_in(path);
@@ -59,6 +105,7 @@ void sim_state::scan_watch_folders() {
   for (auto& [id, m] : monitors_) {
     if (m.state != "running") continue;
     for (const auto& file : files_in(m.path)) {
+      if (!m.file_pattern.empty() && !wildcard_match(m.file_pattern, file)) continue;
       if (!m.seen.insert(file).second) continue;
       m.workflow_ids.push_back(submit(file, m.priority, m.task_names).id);
     }
@@ -118,6 +165,27 @@ void sim_state::run_until(std::int64_t now_ms) {
       j.state = "finished";
     }
   }
+}
+
+workflow_summary sim_state::summarize(const workflow& w) const {
+  workflow_summary summary;
+  std::set<std::string> states;
+  for (const auto& job_id : w.job_ids) {
+    const auto it = jobs_.find(job_id);
+    if (it == jobs_.end()) continue;
+    states.insert(it->second.state);
+    summary.progress += it->second.progress;
+  }
+  if (!w.job_ids.empty()) summary.progress /= static_cast<double>(w.job_ids.size());
+  // The first state of this list that a job is in names the workflow's.
+  for (const char* state : {"running", "paused", "queued", "failed", "finished", "cancelled"}) {
+    if (states.count(state) != 0) {
+      summary.state = state;
+      break;
+    }
+  }
+  if (summary.state.empty()) summary.state = "finished";  // a workflow without jobs
+  return summary;
 }
 
 void sim_state::remove_workflow(const std::string& id) {

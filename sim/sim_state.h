@@ -8,6 +8,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -42,7 +43,10 @@ struct monitor {
   std::string id;  // "mon-<n>"
   std::string name;
   std::string path;
-  std::string state = "running";  // running, stopped
+  // Which file names it takes, as a shell wildcard ("*.mov"); empty: all.
+  std::string file_pattern;
+  // A new watch folder waits to be started, as a cluster's does.
+  std::string state = "stopped";  // running, stopped
   std::int64_t priority = 5;
   // The tasks each new file gets, and the files of path already taken
   // (those present when the watch folder was made count as taken).
@@ -50,6 +54,25 @@ struct monitor {
   std::set<std::string> seen;
   std::vector<std::string> workflow_ids;  // made from new files
 };
+
+// Orders ids the way the simulator hands them out: "wf-2" before "wf-11"
+// (by the text before the last '-', then by the number after it).
+struct id_order {
+  bool operator()(const std::string& a, const std::string& b) const noexcept;
+};
+
+// A workflow's state and progress, as its jobs make them: running while
+// any job runs; paused while one is paused and none runs; queued while one
+// waits; otherwise (all ended) failed if one failed, finished if one
+// finished, else cancelled. Progress is the mean of the jobs' progress.
+struct workflow_summary {
+  std::string state;
+  double progress = 0.0;
+};
+
+// True when name matches the shell wildcard pattern: '*' any run of
+// characters, '?' any one, everything else itself (case counts).
+bool wildcard_match(std::string_view pattern, std::string_view name) noexcept;
 
 // The priority range of jobs and monitors.
 inline constexpr std::int64_t min_priority = 0;
@@ -60,11 +83,13 @@ class sim_state {
   // Adds a workflow with one job per task name; returns it.
   const workflow& submit(const std::string& name, std::int64_t priority,
                          const std::vector<std::string>& task_names);
-  // A watch folder on path: while it runs, each new regular file that
-  // appears there (when path is a real directory) becomes a workflow with
-  // one job per task name.
+  // A stopped watch folder on path: once started, each new regular file
+  // whose name matches file_pattern (all when empty) that appears there
+  // (when path is a real directory) becomes a workflow with one job per
+  // task name. The files already there when it is made are not new.
   const monitor& add_monitor(const std::string& name, const std::string& path,
-                             std::int64_t priority, std::vector<std::string> task_names);
+                             const std::string& file_pattern, std::int64_t priority,
+                             std::vector<std::string> task_names);
 
   // The job or monitor under id; throws command_error when there is none.
   job& find_job(const std::string& id);
@@ -87,13 +112,18 @@ class sim_state {
   // 1, and paused jobs keep their progress.
   void run_until(std::int64_t now_ms);
 
+  workflow_summary summarize(const workflow& w) const;
+
   // Removes a workflow and its jobs.
   void remove_workflow(const std::string& id);
   void remove_monitor(const std::string& id);
 
-  const std::map<std::string, job>& jobs() const noexcept { return jobs_; }
-  const std::map<std::string, workflow>& workflows() const noexcept { return workflows_; }
-  const std::map<std::string, monitor>& monitors() const noexcept { return monitors_; }
+  template <typename T>
+  using by_id = std::map<std::string, T, id_order>;
+
+  const by_id<job>& jobs() const noexcept { return jobs_; }
+  const by_id<workflow>& workflows() const noexcept { return workflows_; }
+  const by_id<monitor>& monitors() const noexcept { return monitors_; }
 
  private:
   void scan_watch_folders();
@@ -103,9 +133,9 @@ class sim_state {
   unsigned fail_every_ = 0;
   std::uint64_t ended_ = 0;
   std::int64_t last_run_ms_ = -1;
-  std::map<std::string, job> jobs_;
-  std::map<std::string, workflow> workflows_;
-  std::map<std::string, monitor> monitors_;
+  by_id<job> jobs_;
+  by_id<workflow> workflows_;
+  by_id<monitor> monitors_;
 };
 
 }  // namespace sim

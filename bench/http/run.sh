@@ -26,6 +26,9 @@ if (($(nproc) < 2)); then
   echo "bench: only one core, client and server share it" >&2
 fi
 
+# The 1,000- and 5,000-connection scenarios need that many descriptors in
+# wrk and in every server (they inherit the limit).
+ulimit -n "$(ulimit -Hn)"
 for tool in wrk taskset nice python3; do
   command -v "$tool" >/dev/null || { echo "bench: $tool is missing" >&2; exit 1; }
 done
@@ -62,7 +65,8 @@ start_server() {
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 
 # Scenarios: name, connections, extra wrk arguments.
-scenarios=("keepalive-1|1|" "keepalive-16|16|" "keepalive-63|63|" "close-16|16|-H Connection: close")
+scenarios=("keepalive-1|1|" "keepalive-16|16|" "keepalive-63|63|" "close-16|16|-H Connection: close"
+  "keepalive-1000|1000|" "keepalive-5000|5000|")
 servers=(engine minimal python)
 
 declare -A rps p50 p99 errs cpu rss
@@ -87,7 +91,7 @@ measure() {
 }
 
 echo "bench: ${seconds}s per run, servers on core $server_cpu, wrk on core $client_cpu" >&2
-start_server engine "$build/bin/xmlrpc-test-server" --port 0 --backlog 128
+start_server engine "$build/bin/xmlrpc-test-server" --port 0 --backlog 1024
 start_server minimal "$build/bin/http-min-responder" 0
 start_server python python3 "$here/python_reference.py" 0
 

@@ -17,12 +17,15 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <msgpack.hpp>
 
 #include <vxcapi/connection.h>
 #include <vxcore/property_all.h>
 #include <vxnet/vxp/wire.h>
+
+#include "link_driver.h"
 
 namespace {
 
@@ -128,29 +131,38 @@ class sim_child {
 
 class quiet_handler : public vxcapi::handler {
  public:
-  bool status(vxcapi::result_code, const std::string&, bool) override { return true; }
+  struct status_call {
+    vxcapi::result_code code;
+  };
+  std::vector<status_call> statuses;
+  bool status(vxcapi::result_code code, const std::string&, bool) override {
+    statuses.push_back({code});
+    return true;
+  }
   void disconnected(const std::string&, bool) override {}
   bool handle(const packet&, packet&) override { return true; }
 };
 
-void BM_SendSyncVersion(benchmark::State& state) {
+// One command at a time through the event-driven link, driven by a poll
+// loop as the server's dispatcher drives it.
+void BM_RoundTripVersion(benchmark::State& state) {
   sim_child sim;
   quiet_handler h;
   vxcapi::connection c(&h);
-  if (c.connect("127.0.0.1", sim.port(), 2) != vxcapi::rc_connected) {
+  if (link_driver::connect_now(c, h, "127.0.0.1", sim.port(), 2) != vxcapi::rc_connected) {
     state.SkipWithError("cannot connect to the simulator");
     return;
   }
   const packet request(type_command, "proxy.general.version");
   for (auto _ : state) {
-    packet reply = c.send_sync(request, 5);
+    packet reply = link_driver::round_trip(c, request, 5);
     if (reply.get_properties().is_present("error")) {
       state.SkipWithError("the round trip failed");
       break;
     }
   }
 }
-BENCHMARK(BM_SendSyncVersion)->UseRealTime();
+BENCHMARK(BM_RoundTripVersion)->UseRealTime();
 
 // Reference: the same request and reply bytes bounced over a loopback TCP
 // connection by a thread that answers each request frame with the reply

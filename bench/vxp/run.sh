@@ -29,6 +29,6 @@ pair("decode status reply vs parse", "BM_DecodeStatusReply", "BM_ReferenceMsgpac
      "bytes_per_second", "MB/s", 1e-6)
 pair("encode status reply vs parse", "BM_EncodeStatusReply", "BM_ReferenceMsgpackParse",
      "bytes_per_second", "MB/s", 1e-6)
-pair("send_sync round trip vs ping-pong", "BM_SendSyncVersion", "BM_ReferenceTcpPingPong",
+pair("link round trip vs ping-pong", "BM_RoundTripVersion", "BM_ReferenceTcpPingPong",
      "real_time", "us", 1e-3)
 PY

@@ -13,6 +13,7 @@ vxcore::property_ptr monitor_struct(const monitor& m) {
   s->set("monitor-id", make::text(m.id));
   s->set("name", make::text(m.name));
   s->set("path", make::text(m.path));
+  if (!m.file_pattern.empty()) s->set("file-pattern", make::text(m.file_pattern));
   s->set("workflow-ids", make::texts(m.workflow_ids));
   s->set("state", make::text(m.state));
   s->set("priority", make::integer(m.priority));

@@ -73,13 +73,14 @@ command_handler workflows(bool paged) {
     std::int64_t matched = 0;
     for (const auto& [id, wf] : ctx.state().workflows()) {
       if (!wanted(workflow_ids, id)) continue;
-      bool any_state = !states;
-      for (const auto& job_id : wf.job_ids)
-        any_state = any_state || wanted(states, ctx.state().find_job(job_id).state);
-      if (!any_state) continue;
+      // The states filter asks for the workflow's own state.
+      const workflow_summary summary = ctx.state().summarize(wf);
+      if (!wanted(states, summary.state)) continue;
       auto s = vxbase::make_refcount<vxcore::properties>(false);
       s->set("workflow-id", make::text(wf.id));
       s->set("name", make::text(wf.name));
+      s->set("state", make::text(summary.state));
+      s->set("progress", make::real(summary.progress));
       s->set("priority", make::integer(wf.priority));
       s->set("submitted", vxbase::make_refcount<vxcore::property_time>(wf.submitted_us));
       s->set("job-ids", make::texts(wf.job_ids));

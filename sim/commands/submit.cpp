@@ -9,7 +9,8 @@
 namespace sim {
 namespace {
 
-bool is_final(const std::string& state) { return state == "finished" || state == "failed" || state == "cancelled";
+bool is_final(const std::string& state) {
+  return state == "finished" || state == "failed" || state == "cancelled";
 }
 
 // The `name`, else the `type`, of a task or source struct; fallback when it
@@ -28,7 +29,8 @@ void answer_workflow(vxnet::vxp::packet& out, const workflow& w) {
 }
 
 // Submits a workflow of one job per task; a monitor-source among the
-// sources also starts a watch folder.
+// sources also makes a watch folder, which waits for
+// proxy.node.monitor.start.
 void submit_build(const vxnet::vxp::packet& in, vxnet::vxp::packet& out, command_context& ctx) {
   const auto sources = args::required_list(in, "sources");
   const auto tasks = args::required_list(in, "tasks");
@@ -45,8 +47,12 @@ void submit_build(const vxnet::vxp::packet& in, vxnet::vxp::packet& out, command
     const auto type = s.get("type");
     if (type && type->to_string() == "monitor-source") {
       const auto path = s.get("path");
-      monitor_ids.push_back(
-          ctx.state().add_monitor(name, path ? path->to_string() : "", priority, task_names).id);
+      const auto pattern = s.get("file-pattern");
+      monitor_ids.push_back(ctx.state()
+                                .add_monitor(name, path ? path->to_string() : "",
+                                             pattern ? pattern->to_string() : "", priority,
+                                             task_names)
+                                .id);
     }
   }
   answer_workflow(out, ctx.state().submit(name, priority, task_names));

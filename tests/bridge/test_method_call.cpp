@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <functional>
 #include <stdexcept>
 
 #include <vxcore/property_all.h>
@@ -39,18 +40,40 @@ XmlRpcValue params_of(XmlRpcValue first) {
   return params;
 }
 
+// run_call with a command step that answers before it returns.
+void run_sync(XmlRpcValue& params, XmlRpcValue& result,
+              const std::function<void(const properties&, properties&)>& step) {
+  xmlrpcs::run_call(
+      params,
+      [&](const properties& in, const xmlrpcs::answer_fn& done) {
+        properties out(false);
+        step(in, out);
+        done(out);
+      },
+      [&](XmlRpcValue& value) { result = value; });
+}
+
+// answer_request with a send step that replies before it returns.
+template <typename Send>
+void answer_sync(const vxnet::vxp::command_db& db, const packet& request, const Send& send,
+                 const std::string& method, properties& out) {
+  xmlrpcs::answer_request(
+      db, request, [&](const packet& p, const xmlrpcs::reply_fn& reply) { reply(send(p)); }, method,
+      [&](const properties& answer) { out = answer; });
+}
+
 TEST(RunCall, NoParametersRunWithEmptyProperties) {
   recorder r;
   XmlRpcValue params;  // invalid: the request had no <params>
   XmlRpcValue result;
-  xmlrpcs::run_call(params, result, r.run());
+  run_sync(params, result, r.run());
   EXPECT_EQ(r.calls, 1);
   EXPECT_TRUE(r.seen.empty());
   EXPECT_TRUE(result.hasMember("done"));
 
   XmlRpcValue empty_array;
   empty_array.setSize(0);
-  xmlrpcs::run_call(empty_array, result, r.run());
+  run_sync(empty_array, result, r.run());
   EXPECT_EQ(r.calls, 2);
   EXPECT_TRUE(r.seen.empty());
 }
@@ -59,12 +82,12 @@ TEST(RunCall, NilAndDateTimeCountAsAnEmptyStruct) {
   recorder r;
   XmlRpcValue result;
   XmlRpcValue nil_params = params_of(XmlRpcValue());
-  xmlrpcs::run_call(nil_params, result, r.run());
+  run_sync(nil_params, result, r.run());
   std::tm t{};
   t.tm_year = 100;
   t.tm_mday = 1;
   XmlRpcValue date_params = params_of(XmlRpcValue(&t));
-  xmlrpcs::run_call(date_params, result, r.run());
+  run_sync(date_params, result, r.run());
   EXPECT_EQ(r.calls, 2);
   EXPECT_TRUE(r.seen.empty());
 }
@@ -73,7 +96,7 @@ TEST(RunCall, StringParameterIsWrongInputWithNewline) {
   recorder r;
   XmlRpcValue result;
   XmlRpcValue params = params_of(XmlRpcValue("abc"));
-  xmlrpcs::run_call(params, result, r.run());
+  run_sync(params, result, r.run());
   EXPECT_EQ(r.calls, 0);
   ASSERT_EQ(result.getType(), XmlRpcValue::TypeStruct);
   EXPECT_EQ(result.size(), 1);
@@ -95,7 +118,7 @@ TEST(RunCall, EveryNonStructKindIsWrongInput) {
   for (const auto& [value, tail] : cases) {
     XmlRpcValue result;
     XmlRpcValue params = params_of(value);
-    xmlrpcs::run_call(params, result, r.run());
+    run_sync(params, result, r.run());
     const std::string error = result["error"];
     EXPECT_EQ(error, "Wrong input, expected a struct. " + tail);
   }
@@ -109,7 +132,7 @@ TEST(RunCall, ExtraParametersAreIgnored) {
   params[1] = "ignored";
   params[2] = 42;
   XmlRpcValue result;
-  xmlrpcs::run_call(params, result, r.run());
+  run_sync(params, result, r.run());
   EXPECT_EQ(r.calls, 1);
   EXPECT_EQ(r.seen.size(), 1u);
   EXPECT_TRUE(r.seen.is_present("job-id"));
@@ -120,7 +143,7 @@ TEST(RunCall, NonArrayParamsRaiseTheArrayTypeError) {
   XmlRpcValue params("not an array");
   XmlRpcValue result;
   try {
-    xmlrpcs::run_call(params, result, r.run());
+    run_sync(params, result, r.run());
     FAIL() << "no exception";
   } catch (const XmlRpc::XmlRpcException& e) {
     EXPECT_EQ(e.getMessage(), "type error: expected an array");
@@ -129,27 +152,66 @@ TEST(RunCall, NonArrayParamsRaiseTheArrayTypeError) {
   EXPECT_EQ(r.calls, 0);
 }
 
-TEST(RunCall, ExceptionInTheCommandIsSwallowedAndPartialOutKept) {
+TEST(RunCall, ExceptionInTheCommandIsSwallowedAndAnEmptyStructAnswered) {
   XmlRpcValue params;
   XmlRpcValue result;
-  xmlrpcs::run_call(params, result, [](const properties&, properties& out) {
+  run_sync(params, result, [](const properties&, properties& out) {
     out["partial"] = make_refcount<vxcore::property_int>(1);
     throw std::runtime_error("lost");
   });
   ASSERT_EQ(result.getType(), XmlRpcValue::TypeStruct);
-  EXPECT_EQ(result.size(), 1);
-  EXPECT_EQ(result["partial"], XmlRpcValue(1));
+  EXPECT_EQ(result.size(), 0);
 
   XmlRpcValue nothing;
-  xmlrpcs::run_call(params, nothing, [](const properties&, properties&) { throw 5; });
+  run_sync(params, nothing, [](const properties&, properties&) { throw 5; });
   EXPECT_EQ(nothing.getType(), XmlRpcValue::TypeStruct);
   EXPECT_EQ(nothing.size(), 0);
+}
+
+TEST(RunCall, TheAnswerMayComeAfterTheCallReturnedAndOnlyTheFirstCounts) {
+  XmlRpcValue params;
+  int finished = 0;
+  XmlRpcValue result;
+  xmlrpcs::answer_fn later;
+  xmlrpcs::run_call(
+      params, [&](const properties&, const xmlrpcs::answer_fn& done) { later = done; },
+      [&](XmlRpcValue& value) {
+        ++finished;
+        result = value;
+      });
+  EXPECT_EQ(finished, 0);
+  properties out(false);
+  out["state"] = make_refcount<vxcore::property_string>("done");
+  later(out);
+  later(properties(false));
+  EXPECT_EQ(finished, 1);
+  EXPECT_EQ(result["state"], XmlRpcValue("done"));
+}
+
+TEST(RunCall, AnExceptionAfterTheAnswerChangesNothing) {
+  XmlRpcValue params;
+  int finished = 0;
+  XmlRpcValue result;
+  xmlrpcs::run_call(
+      params,
+      [&](const properties&, const xmlrpcs::answer_fn& done) {
+        properties out(false);
+        out["n"] = make_refcount<vxcore::property_int>(3);
+        done(out);
+        throw std::runtime_error("after");
+      },
+      [&](XmlRpcValue& value) {
+        ++finished;
+        result = value;
+      });
+  EXPECT_EQ(finished, 1);
+  EXPECT_EQ(result["n"], XmlRpcValue(3));
 }
 
 TEST(RunCall, ReplyBecomesAStruct) {
   XmlRpcValue params;
   XmlRpcValue result;
-  xmlrpcs::run_call(params, result, [](const properties&, properties& out) {
+  run_sync(params, result, [](const properties&, properties& out) {
     out["version"] = make_refcount<vxcore::property_version>(7, 0, 0, 0);
     out["count"] = make_refcount<vxcore::property_int>(3);
   });
@@ -232,7 +294,7 @@ TEST(AnswerRequest, AcceptedRequestIsSentAndTheReplyCopied) {
   in["priority"] = make_refcount<vxcore::property_int>(4);
   int sent = 0;
   properties out(false);
-  xmlrpcs::answer_request(
+  answer_sync(
       db, packet(2, "proxy.node.job.set-priority", in),
       [&](const packet& p) {
         ++sent;
@@ -257,15 +319,13 @@ TEST(AnswerRequest, RejectedRequestIsNotSentAndNamesMethodAndReason) {
     ++sent;
     return packet();
   };
-  xmlrpcs::answer_request(db, packet(2, "proxy.node.job.set-priority", in), send, "jobSetPriority",
-                          out);
+  answer_sync(db, packet(2, "proxy.node.job.set-priority", in), send, "jobSetPriority", out);
   EXPECT_EQ(sent, 0);
   EXPECT_EQ(text_of(out, "error"),
             "Malformed method jobSetPriority (priority: 11 is out of range, expected an integer "
             "from 0 to 10)");
   properties out2(false);
-  xmlrpcs::answer_request(db, packet(2, "proxy.node.job.explode", properties(false)), send,
-                          "jobExplode", out2);
+  answer_sync(db, packet(2, "proxy.node.job.explode", properties(false)), send, "jobExplode", out2);
   EXPECT_EQ(text_of(out2, "error"),
             "Malformed method jobExplode (unknown command 'proxy.node.job.explode')");
   EXPECT_EQ(sent, 0);
@@ -274,7 +334,7 @@ TEST(AnswerRequest, RejectedRequestIsNotSentAndNamesMethodAndReason) {
 TEST(AnswerRequest, ProxysOwnErrorReplyIsPassedOn) {
   const auto db = small_db();
   properties out(false);
-  xmlrpcs::answer_request(
+  answer_sync(
       db, packet(2, "proxy.node.job.set-priority", properties(false)),
       [](const packet&) {
         packet reply(4, "not.connected.reply");

@@ -5,9 +5,11 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <stdexcept>
 #include <string>
 
 #include <vxcore/property_all.h>
+#include <vxnet/vxp/wire.h>
 
 namespace vxp_samples {
 
@@ -66,6 +68,31 @@ inline vxbase::ptr_refcount<vxcore::properties> every_kind() {
   root->set("map", map);
   root->set("empty-map", make_refcount<properties>(false));
   return root;
+}
+
+// The frame body of a reply whose payload maps keys "k00", "k01", ... to
+// lists [8, [item, item, ...]] of at most max_container_items each, grown
+// to about size bytes.
+inline std::string reply_with_lists(const std::string& item, std::size_t size) {
+  std::string body;
+  body += "\x95\x02\x01\x04\xa1x";  // [reply, id 1, type 4, command "x", payload
+  body += "\x93\x09\xc2\xde";       // [9, false, {32 entries ...
+  constexpr int lists = 32;
+  body += static_cast<char>(0);
+  body += static_cast<char>(lists);
+  const std::size_t per_list = (size - body.size() - lists * 12) / item.size() / lists;
+  if (per_list > vxnet::vxp::max_container_items) throw std::logic_error("lists too long");
+  body.reserve(size);
+  for (int k = 0; k < lists; ++k) {
+    body += "\xa3k";
+    body += static_cast<char>('0' + k / 10);
+    body += static_cast<char>('0' + k % 10);
+    body += "\x92\x08\xdd";
+    for (int shift = 24; shift >= 0; shift -= 8)
+      body += static_cast<char>((per_list >> shift) & 0xff);
+    for (std::size_t i = 0; i < per_list; ++i) body += item;
+  }
+  return body;
 }
 
 }  // namespace vxp_samples

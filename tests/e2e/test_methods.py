@@ -150,7 +150,8 @@ class EveryMethod(unittest.TestCase):
         self.assertNotEqual(call("jobRequeue", {"job-id": job})["state"], "cancelled")
         self.assertEqual(call("jobKill", {"job-id": job2})["state"], "cancelled")
 
-        # Watch folders, by both names.
+        # Watch folders, by both names; a new one waits for its start.
+        self.assertEqual(call("watchFolderStart", {"monitor-id": mon})["state"], "running")
         self.assertEqual(call("watchFolderStop", {"monitor-id": mon})["state"], "stopped")
         self.assertEqual(call("watchFolderStart", {"monitor-id": mon})["state"], "running")
         self.assertEqual(call("monitorStop", {"monitor-id": mon})["state"], "stopped")

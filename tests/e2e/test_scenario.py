@@ -119,6 +119,8 @@ class Session(unittest.TestCase):
             return mons[0]["workflow-ids"]
 
         self.assertEqual(made(), [])
+        # It waits for its start.
+        self.assertEqual(self.ok(s.watchFolderStart({"monitor-id": monitor}))["state"], "running")
         with open(os.path.join(watched, "new.mov"), "wb") as f:
             f.write(b"dropped in")
         workflows = made()

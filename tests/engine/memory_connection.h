@@ -36,6 +36,11 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
   // Bytes fed but not read by the connection yet.
   size_t pending() const { return input_.size(); }
 
+  // Storage held by the connection's buffers.
+  size_t bufferCapacity() const {
+    return _header.capacity() + _request.capacity() + _response.capacity();
+  }
+
   // Everything the connection has sent so far.
   const std::string& output() const { return output_; }
   void clearOutput() { output_.clear(); }

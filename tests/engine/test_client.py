@@ -78,6 +78,16 @@ class ClientTest(unittest.TestCase):
         self.assertEqual(answer[9].data, values[9].data)
         self.assertEqual(answer[10].value, "20120304T05:06:07")
 
+    def test_zero_byte_in_a_string_is_a_fault_and_the_connection_goes_on(self):
+        body = xmlrpc.client.dumps(("a\x00b",), "echo").encode()
+        with self.assertRaises(xmlrpc.client.Fault) as caught:
+            self.proxy.echo("a\x00b")
+        self.assertEqual(caught.exception.faultCode, -32702)
+        self.assertEqual(caught.exception.faultString,
+                         "Invalid request: zero byte at offset %d of the body" %
+                         body.index(b"\x00"))
+        self.assertEqual(self.proxy.echo("a"), ["a"])
+
     def test_no_result_is_an_empty_string(self):
         self.assertEqual(self.proxy.noResult(), "")
 

@@ -104,6 +104,18 @@ TEST_F(CompletionTest, DeferredResultIsSentWhenFinished) {
   EXPECT_TRUE(errors_.messages.empty());
 }
 
+TEST_F(CompletionTest, WaitingIsNotSubjectToTheTimeLimits) {
+  MemoryConnection conn(&server_);
+  conn.feed(httpPost(methodCall("later", {})));
+  conn.event();
+  ASSERT_EQ(conn.getState(), XmlRpcServerConnection::EXECUTE_PENDING);
+  const double t = server_.getDispatch().getTime();
+  EXPECT_FALSE(conn.timedOut(t + 10 * 24 * 3600.0));
+  later_.waiting[0]->finish(XmlRpcValue(1));
+  conn.event();
+  EXPECT_EQ(conn.output(), expectedResponse(resultBody("<value><i4>1</i4></value>")));
+}
+
 TEST_F(CompletionTest, OnlyTheFirstDeliveryCounts) {
   MemoryConnection conn(&server_);
   conn.feed(httpPost(methodCall("later", {})));

@@ -203,12 +203,33 @@ TEST_F(XmlRpcConnectionTest, BytesBeyondTheLengthAreParsedToo) {
   EXPECT_EQ(out, expectedResponse(resultBody(arrayOf(kInt42 + "<value>tail</value>"))));
 }
 
-TEST_F(XmlRpcConnectionTest, ZeroByteEndsTheBody) {
-  std::string body = methodCall("echo", {kInt42});
-  std::string cut = body.substr(0, body.find("<params>")) + std::string(1, '\0') + "junk";
-  std::string out = roundTrip("POST / HTTP/1.1\r\nContent-length: 5\r\n\r\n" + cut);
-  // The parameters were behind the zero byte: echo sees none.
-  EXPECT_EQ(out, expectedResponse(resultBody("<value></value>")));
+TEST_F(XmlRpcConnectionTest, ZeroByteInTheBodyIsAnsweredWithAFault) {
+  std::string body = methodCall("echo", {"<value>a</value>"});
+  body[body.find(">a<") + 1] = '\0';  // Python sends "a\0b" so
+  const size_t offset = body.find('\0');
+  std::string out = roundTrip(httpPost(body));
+  EXPECT_EQ(out, expectedResponse(faultBody(XmlRpcServerConnection::kZeroByteFaultCode,
+                                            "Invalid request: zero byte at offset " +
+                                                std::to_string(offset) + " of the body")));
+  EXPECT_EQ(lastMask_, kRead);  // the connection stays usable
+  conn_.clearOutput();
+  EXPECT_EQ(roundTrip(httpPost(methodCall("echo", {kInt42}))),
+            expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(XmlRpcConnectionTest, ZeroByteInALaterPieceOfTheBodyIsFoundToo) {
+  std::string body = methodCall("echo", {kInt42}) + std::string(1, '\0') + "tail";
+  std::string request = httpPost(body);
+  // The header and the start of the body, then the rest with the zero byte.
+  conn_.feed(request.substr(0, request.size() - 10));
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_TRUE(conn_.output().empty());
+  conn_.feed(request.substr(request.size() - 10));
+  EXPECT_EQ(conn_.event(), kRead);
+  EXPECT_EQ(conn_.output(),
+            expectedResponse(faultBody(XmlRpcServerConnection::kZeroByteFaultCode,
+                                       "Invalid request: zero byte at offset " +
+                                           std::to_string(body.size() - 5) + " of the body")));
 }
 
 TEST_F(XmlRpcConnectionTest, Http10ClosesAfterTheResponse) {
@@ -268,11 +289,75 @@ TEST_F(XmlRpcConnectionTest, SlowWriterIsWatchedForWriting) {
   EXPECT_EQ(passes, static_cast<int>((expected.size() + 15) / 16));
 }
 
-TEST_F(XmlRpcConnectionTest, ResponseCutWithoutKeepAliveWhenItDoesNotFit) {
+TEST_F(XmlRpcConnectionTest, ResponseWithoutKeepAliveIsWrittenInFullThenClosed) {
   conn_.setWriteLimit(16);
+  std::string expected = expectedResponse(resultBody(arrayOf(kInt42)));
   conn_.feed(httpPost(methodCall("echo", {kInt42}), "HTTP/1.1", "Connection: close\r\n"));
-  EXPECT_EQ(conn_.event(), kClose);
-  EXPECT_EQ(conn_.output().size(), 16u);
+  unsigned mask = conn_.event();
+  int passes = 1;
+  while (mask == kWrite && passes < 1000) {
+    mask = conn_.handleEvent(XmlRpcDispatch::WritableEvent);
+    ++passes;
+  }
+  EXPECT_EQ(mask, kClose);  // closed after the last byte, not before
+  EXPECT_EQ(conn_.output(), expected);
+  EXPECT_EQ(passes, static_cast<int>((expected.size() + 15) / 16));
+}
+
+TEST_F(XmlRpcConnectionTest, BigBuffersAreGivenBackAfterTheResponse) {
+  std::string big(1024 * 1024, 'b');
+  std::string expected = expectedResponse(resultBody(arrayOf("<value>" + big + "</value>")));
+  EXPECT_EQ(roundTrip(httpPost(methodCall("echo", {"<value>" + big + "</value>"}))), expected);
+  EXPECT_EQ(lastMask_, kRead);
+  EXPECT_LE(conn_.bufferCapacity(), 3u * 64 * 1024);
+  // Small buffers are kept for the next request.
+  conn_.clearOutput();
+  EXPECT_EQ(roundTrip(httpPost(methodCall("echo", {kInt42}))),
+            expectedResponse(resultBody(arrayOf(kInt42))));
+}
+
+TEST_F(XmlRpcConnectionTest, TimeLimitsOfEachState) {
+  const XmlRpcConnectionLimits limits;  // the defaults
+  XmlRpcDispatch& disp = server_.getDispatch();
+  // Idle: closed quietly after the idle limit.
+  double t = disp.getTime();
+  EXPECT_FALSE(conn_.timedOut(t + limits.idleSeconds - 1));
+  EXPECT_TRUE(conn_.timedOut(t + limits.idleSeconds + 1));
+  EXPECT_TRUE(errors_.messages.empty());
+
+  // A header begun: its limit runs from its first byte.
+  MemoryConnection header(&server_);
+  header.feed("POST / HTTP/1.1\r\nConte");
+  t = disp.getTime();
+  EXPECT_EQ(header.event(), kRead);
+  EXPECT_FALSE(header.timedOut(t + limits.headerSeconds - 1));
+  EXPECT_TRUE(header.timedOut(t + limits.headerSeconds + 1));
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0],
+            "XmlRpcServerConnection::readHeader: header not complete within 30 s, dropped.");
+
+  // A body stalled: its limit runs from the last byte received.
+  MemoryConnection body(&server_);
+  body.feed("POST / HTTP/1.1\r\nContent-length: 100\r\n\r\n<methodCall>");
+  body.event();
+  ASSERT_EQ(body.getState(), XmlRpcServerConnection::READ_REQUEST);
+  t = disp.getTime();
+  EXPECT_FALSE(body.timedOut(t + limits.stallSeconds - 1));
+  EXPECT_TRUE(body.timedOut(t + limits.stallSeconds + 1));
+  ASSERT_EQ(errors_.messages.size(), 2u);
+  EXPECT_EQ(errors_.messages[1], "XmlRpcServerConnection::readRequest: no data for 30 s, dropped.");
+
+  // A response the client does not take.
+  MemoryConnection reader(&server_);
+  reader.setWriteLimit(0);
+  reader.feed(httpPost(methodCall("echo", {kInt42})));
+  EXPECT_EQ(reader.event(), kWrite);
+  t = disp.getTime();
+  EXPECT_FALSE(reader.timedOut(t + limits.stallSeconds - 1));
+  EXPECT_TRUE(reader.timedOut(t + limits.stallSeconds + 1));
+  ASSERT_EQ(errors_.messages.size(), 3u);
+  EXPECT_EQ(errors_.messages[2],
+            "XmlRpcServerConnection::writeResponse: client took no data for 30 s, dropped.");
 }
 
 TEST_F(XmlRpcConnectionTest, ReadErrorIsReportedOnlyWhenDataHadArrived) {

@@ -2,10 +2,14 @@
 // for the black-box tests and the HTTP benchmark.
 //
 // Serves until SIGTERM or SIGINT.
-//   xmlrpc-test-server [--port N] [--backlog N] [--verbosity N]
+//   xmlrpc-test-server [--port N] [--backlog N] [--verbosity N] [--fd-limit N]
+//                      [--header-timeout S] [--stall-timeout S] [--idle-timeout S]
 // Port 0 (the default) lets the system pick a free port; the chosen port is
-// printed on standard output as "port N".
+// printed on standard output as "port N". --fd-limit sets the soft
+// descriptor limit (0: raise it to the hard limit, as the real server does);
+// the time-outs shorten the connection time limits for tests.
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <csignal>
@@ -88,11 +92,32 @@ int intOption(const char* name, const char* value) {
   return static_cast<int>(n);
 }
 
+double secondsOption(const char* name, const char* value) {
+  char* end = nullptr;
+  double seconds = std::strtod(value, &end);
+  if (*value == '\0' || *end != '\0' || seconds <= 0.0) {
+    std::fprintf(stderr, "xmlrpc-test-server: %s needs a positive number, got \"%s\"\n", name,
+                 value);
+    std::exit(2);
+  }
+  return seconds;
+}
+
+// Sets the soft descriptor limit to `soft`, or to the hard limit for 0.
+bool setDescriptorLimit(int soft) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
+  limit.rlim_cur = soft == 0 ? limit.rlim_max : static_cast<rlim_t>(soft);
+  return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   int port = 0;
   int backlog = 5;
+  int fdLimit = -1;
+  XmlRpcConnectionLimits limits;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (i + 1 < argc && arg == "--port") {
@@ -101,8 +126,19 @@ int main(int argc, char** argv) {
       backlog = intOption("--backlog", argv[++i]);
     } else if (i + 1 < argc && arg == "--verbosity") {
       XmlRpcLogHandler::setVerbosity(intOption("--verbosity", argv[++i]));
+    } else if (i + 1 < argc && arg == "--fd-limit") {
+      fdLimit = intOption("--fd-limit", argv[++i]);
+    } else if (i + 1 < argc && arg == "--header-timeout") {
+      limits.headerSeconds = secondsOption("--header-timeout", argv[++i]);
+    } else if (i + 1 < argc && arg == "--stall-timeout") {
+      limits.stallSeconds = secondsOption("--stall-timeout", argv[++i]);
+    } else if (i + 1 < argc && arg == "--idle-timeout") {
+      limits.idleSeconds = secondsOption("--idle-timeout", argv[++i]);
     } else {
-      std::fprintf(stderr, "usage: xmlrpc-test-server [--port N] [--backlog N] [--verbosity N]\n");
+      std::fprintf(stderr,
+                   "usage: xmlrpc-test-server [--port N] [--backlog N] [--verbosity N] "
+                   "[--fd-limit N] [--header-timeout S] [--stall-timeout S] "
+                   "[--idle-timeout S]\n");
       return 2;
     }
   }
@@ -112,7 +148,13 @@ int main(int argc, char** argv) {
   sigaction(SIGTERM, &stop, nullptr);
   sigaction(SIGINT, &stop, nullptr);
 
+  if (fdLimit >= 0 && !setDescriptorLimit(fdLimit)) {
+    std::fprintf(stderr, "xmlrpc-test-server: cannot set the descriptor limit to %d\n", fdLimit);
+    return 1;
+  }
+
   XmlRpcServer server;
+  server.setConnectionLimits(limits);
   server.enableIntrospection(true);
   Echo echo(&server);
   Fault fault(&server);

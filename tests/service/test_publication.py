@@ -345,6 +345,33 @@ class ServerPublicationTest(SandboxTestCase):
         self.assertAbsent(lambda s: True)
         self.assertIsNone(server.poll(), self.server_output())
 
+    def test_taken_port_is_announced_only_once_listening(self):
+        # Another process holds the port for a few seconds; the server
+        # reports the failed bind once, tries again every 5 s without a
+        # line, announces nothing meanwhile, and once it listens says so,
+        # announces and answers.
+        self.sandbox.start_daemon()
+        holder = self.sandbox.spawn([sys.executable, "-c",
+                                     "import socket, time\n"
+                                     "s = socket.socket()\n"
+                                     "s.bind(('0.0.0.0', 41025))\n"
+                                     "s.listen(1)\n"
+                                     "print('held', flush=True)\n"
+                                     "time.sleep(7)\n"],
+                                    stdout=subprocess.PIPE)
+        self.assertEqual(holder.stdout.readline(), b"held\n")
+        self.start_server(port=41025)
+        self.assertAbsent(lambda s: s[1] == 41025)
+        holder.wait(15)
+        holder.stdout.close()
+        host = os.uname().nodename.split(".")[0]
+        self.assertAppears((host, 41025))
+        self.assertAnswers(41025)
+        output = self.server_output()
+        self.assertEqual(output.count("XmlRpcServer::bindAndListen: Could not bind to specified "
+                                      "port (error 98)."), 1, output)
+        self.assertEqual(output.count("listening on port 41025"), 1, output)
+
     def assertAnswers(self, port):
         """The server answers system.listMethods on port with a method list."""
         script = ("import sys, time, xmlrpc.client\n"

@@ -6,10 +6,12 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <vxcapi/connection.h>
@@ -17,11 +19,15 @@
 #include <vxcore/report.h>
 
 #include "fake_proxy.h"
+#include "link_driver.h"
 #include "sim_process.h"
 #include "vxp_sample_tree.h"
 
 namespace {
 
+using link_driver::connect_now;
+using link_driver::pump_until;
+using link_driver::round_trip;
 using vxbase::make_refcount;
 using vxcapi::connection;
 using vxnet::vxp::packet;
@@ -54,16 +60,6 @@ class recording_handler : public vxcapi::handler {
   std::vector<packet> handled;
 };
 
-// Gives the connection turns until cond holds or a few seconds pass.
-bool pump_until(connection& c, const std::function<bool()>& cond) {
-  const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (!cond()) {
-    if (std::chrono::steady_clock::now() > give_up) return false;
-    c.wait(1);
-  }
-  return true;
-}
-
 std::string error_of(const packet& p) {
   const auto e = p.get_property("error");
   return e ? e->to_string() : std::string();
@@ -86,7 +82,7 @@ TEST(ProxyLink, ConnectsAndExchangesHello) {
   recording_handler h;
   connection c(&h);
   EXPECT_FALSE(c.is_connected());
-  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
   EXPECT_TRUE(c.is_connected());
   EXPECT_EQ(c.peer_name(), "ClientProxySim");
   EXPECT_EQ(c.peer_version(), vxnet::vxp::protocol_version);
@@ -94,7 +90,7 @@ TEST(ProxyLink, ConnectsAndExchangesHello) {
   EXPECT_EQ(h.statuses[0].code, vxcapi::rc_connected);
   EXPECT_TRUE(h.statuses[0].connected);
   // A second connect on a live link keeps it.
-  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
   EXPECT_TRUE(c.is_connected());
 }
 
@@ -102,7 +98,7 @@ TEST(ProxyLink, WrongProtocolVersionIsResultTwo) {
   sim_process sim({"--protocol", "99"});
   recording_handler h;
   connection c(&h);
-  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_wrong_protocol);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_wrong_protocol);
   EXPECT_EQ(vxcapi::rc_wrong_protocol, 2);
   EXPECT_FALSE(c.is_connected());
   EXPECT_EQ(c.peer_version(), 99u);
@@ -114,7 +110,7 @@ TEST(ProxyLink, WrongProtocolVersionIsResultTwo) {
 TEST(ProxyLink, NothingListeningFails) {
   recording_handler h;
   connection c(&h);
-  const auto rc = c.connect("127.0.0.1", std::to_string(unused_port()), 2);
+  const auto rc = connect_now(c, h, "127.0.0.1", std::to_string(unused_port()), 2);
   EXPECT_EQ(rc, vxcapi::rc_unreachable);
   EXPECT_FALSE(c.is_connected());
   ASSERT_EQ(h.statuses.size(), 1u);
@@ -130,14 +126,14 @@ TEST(ProxyLink, SilentPeerGivesTimeOut) {
   });
   recording_handler h;
   connection c(&h);
-  EXPECT_EQ(c.connect("127.0.0.1", fake.port_text(), 1), vxcapi::rc_timed_out);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 1), vxcapi::rc_timed_out);
   EXPECT_FALSE(c.is_connected());
 }
 
 TEST(ProxyLink, UnresolvablePortIsBadAddress) {
   recording_handler h;
   connection c(&h);
-  EXPECT_EQ(c.connect("127.0.0.1", "no-such-service-name", 1), vxcapi::rc_bad_address);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", "no-such-service-name", 1), vxcapi::rc_bad_address);
   EXPECT_FALSE(c.is_connected());
 }
 
@@ -146,16 +142,19 @@ TEST(ProxyLink, DeclinedByTheHandler) {
   recording_handler h;
   h.accept_links = false;
   connection c(&h);
-  EXPECT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_declined);
+  // The handler heard of the new link and declined it: it is dropped again.
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
   EXPECT_FALSE(c.is_connected());
+  EXPECT_FALSE(c.is_connecting());
+  EXPECT_EQ(error_of(round_trip(c, echo_with(1), 1)), vxcapi::error_not_connected);
 }
 
 TEST(ProxyLink, VersionRoundTrip) {
   sim_process sim;
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-  const packet reply = c.send_sync(packet(vxnet::vxp::type_command, "proxy.general.version"), 5);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  const packet reply = round_trip(c, packet(vxnet::vxp::type_command, "proxy.general.version"), 5);
   EXPECT_EQ(reply.get_type(), vxnet::vxp::type_reply);
   EXPECT_EQ(reply.get_command(), "proxy.general.version");
   EXPECT_FALSE(reply.get_properties().is_present("error")) << error_of(reply);
@@ -174,9 +173,9 @@ TEST(ProxyLink, EchoCarriesEveryKindBothWays) {
   sim_process sim;
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
   const packet request(vxnet::vxp::type_command, "proxy.sim.echo", *vxp_samples::every_kind());
-  const packet reply = c.send_sync(request, 5);
+  const packet reply = round_trip(c, request, 5);
   EXPECT_TRUE(reply.get_properties().equals(request.get_properties()))
       << reply.get_properties().to_string();
 }
@@ -185,8 +184,8 @@ TEST(ProxyLink, UnknownCommandGetsErrorMember) {
   sim_process sim;
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-  const packet reply = c.send_sync(packet(vxnet::vxp::type_command, "proxy.no.such"), 5);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  const packet reply = round_trip(c, packet(vxnet::vxp::type_command, "proxy.no.such"), 5);
   EXPECT_NE(error_of(reply).find("proxy.no.such"), std::string::npos) << error_of(reply);
   EXPECT_TRUE(c.is_connected());
 }
@@ -194,7 +193,7 @@ TEST(ProxyLink, UnknownCommandGetsErrorMember) {
 TEST(ProxyLink, SendWithoutLinkSaysNotConnected) {
   recording_handler h;
   connection c(&h);
-  const packet reply = c.send_sync(packet(vxnet::vxp::type_command, "proxy.general.version"), 5);
+  const packet reply = round_trip(c, packet(vxnet::vxp::type_command, "proxy.general.version"), 5);
   EXPECT_EQ(error_of(reply), vxcapi::error_not_connected);
   EXPECT_EQ(reply.get_type(), vxnet::vxp::type_reply);
   EXPECT_EQ(reply.get_command(), "proxy.general.version");
@@ -204,14 +203,14 @@ TEST(ProxyLink, TimeOutKeepsTheLinkAndDropsTheLateReply) {
   sim_process sim({"--delay-ms", "1300"});
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-  const packet late = c.send_sync(echo_with(1), 1);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  const packet late = round_trip(c, echo_with(1), 1);
   EXPECT_EQ(error_of(late), vxcapi::error_timed_out);
   EXPECT_EQ(late.get_command(), "proxy.sim.echo");
   EXPECT_TRUE(c.is_connected());
   // The reply to the first call arrives during this one and must not be
   // taken for its answer.
-  const packet next = c.send_sync(echo_with(2), 5);
+  const packet next = round_trip(c, echo_with(2), 5);
   EXPECT_EQ(error_of(next), "");
   EXPECT_EQ(n_of(next), 2);
   EXPECT_TRUE(c.is_connected());
@@ -222,17 +221,17 @@ TEST(ProxyLink, DroppedLinkGivesLostErrorAndCanBeRemade) {
   sim_process sim({"--drop-after", "1"});
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-  EXPECT_EQ(n_of(c.send_sync(echo_with(1), 5)), 1);
-  const packet lost = c.send_sync(echo_with(2), 5);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(n_of(round_trip(c, echo_with(1), 5)), 1);
+  const packet lost = round_trip(c, echo_with(2), 5);
   EXPECT_EQ(error_of(lost), vxcapi::error_lost);
   EXPECT_FALSE(c.is_connected());
   ASSERT_EQ(h.disconnects.size(), 1u);
   EXPECT_FALSE(h.disconnects[0].second);  // the proxy closed it in order
-  EXPECT_EQ(error_of(c.send_sync(echo_with(3), 5)), vxcapi::error_not_connected);
+  EXPECT_EQ(error_of(round_trip(c, echo_with(3), 5)), vxcapi::error_not_connected);
   // The object makes a fresh link.
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-  EXPECT_EQ(n_of(c.send_sync(echo_with(4), 5)), 4);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(n_of(round_trip(c, echo_with(4), 5)), 4);
 }
 
 TEST(ProxyLink, GarbageInsteadOfHelloIsNotAPeer) {
@@ -243,7 +242,7 @@ TEST(ProxyLink, GarbageInsteadOfHelloIsNotAPeer) {
   });
   recording_handler h;
   connection c(&h);
-  EXPECT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_bad_peer);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_bad_peer);
   EXPECT_FALSE(c.is_connected());
 }
 
@@ -255,7 +254,7 @@ TEST(ProxyLink, PacketBeforeHelloIsNotAPeer) {
   });
   recording_handler h;
   connection c(&h);
-  EXPECT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_bad_peer);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_bad_peer);
 }
 
 // The fake proxy answers the hello, then misbehaves with bytes; the link is
@@ -270,13 +269,13 @@ void expect_dropped_for(const std::string& junk, const std::string& reason_part)
     });
     recording_handler h;
     connection c(&h);
-    ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+    ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
     EXPECT_TRUE(pump_until(c, [&] { return !c.is_connected(); }));
     ASSERT_EQ(h.disconnects.size(), 1u);
     EXPECT_TRUE(h.disconnects[0].second);
     EXPECT_NE(h.disconnects[0].first.find(reason_part), std::string::npos)
         << h.disconnects[0].first;
-    EXPECT_EQ(error_of(c.send_sync(echo_with(1), 1)), vxcapi::error_not_connected);
+    EXPECT_EQ(error_of(round_trip(c, echo_with(1), 1)), vxcapi::error_not_connected);
   }
   EXPECT_TRUE(closed) << "the client did not close the link";
 }
@@ -287,6 +286,16 @@ TEST(ProxyLink, GarbageOnALiveLinkDropsIt) {
 
 TEST(ProxyLink, OversizedFrameDropsTheLink) {
   expect_dropped_for("\xff\xff\xff\xff", "exceeds the limit");
+}
+
+TEST(ProxyLink, AFrameBeyondItsDecodeBudgetDropsTheLink) {
+  // A largest frame of the cheapest values: 3 bytes each on the wire.
+  const std::string body =
+      vxp_samples::reply_with_lists("\x92\x03\xc3", vxnet::vxp::max_frame_size);
+  std::string frame;
+  for (int shift = 24; shift >= 0; shift -= 8)
+    frame += static_cast<char>((body.size() >> shift) & 0xff);
+  expect_dropped_for(frame + body, "budget");
 }
 
 TEST(ProxyLink, ReplyToUnknownRequestDropsTheLink) {
@@ -311,8 +320,8 @@ TEST(ProxyLink, GarbageDuringACallGivesLostError) {
   });
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
-  EXPECT_EQ(error_of(c.send_sync(echo_with(1), 5)), vxcapi::error_lost);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  EXPECT_EQ(error_of(round_trip(c, echo_with(1), 5)), vxcapi::error_lost);
   EXPECT_FALSE(c.is_connected());
   EXPECT_EQ(h.disconnects.size(), 1u);
 }
@@ -321,10 +330,10 @@ TEST(ProxyLink, NoticeDuringACallReachesHandle) {
   sim_process sim;
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
   packet request(vxnet::vxp::type_command, "proxy.sim.notify");
   request.set_property("x", make_refcount<vxcore::property_string>("y"));
-  const packet reply = c.send_sync(request, 5);
+  const packet reply = round_trip(c, request, 5);
   EXPECT_EQ(error_of(reply), "");
   ASSERT_EQ(h.handled.size(), 1u);
   EXPECT_EQ(h.handled[0].get_type(), vxnet::vxp::type_notice);
@@ -342,7 +351,7 @@ TEST(ProxyLink, NoticeBetweenCallsReachesHandleOnWait) {
   });
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
   EXPECT_TRUE(pump_until(c, [&] { return !h.handled.empty(); }));
   ASSERT_EQ(h.handled.size(), 1u);
   EXPECT_EQ(h.handled[0].get_command(), "proxy.event.job");
@@ -362,8 +371,8 @@ TEST(ProxyLink, NoticeRightBehindTheHelloIsHandled) {
   });
   recording_handler h;
   connection c(&h);
-  ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
-  // Handled within connect, not left waiting for more input.
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  // Handled as the link comes up, not left waiting for more input.
   ASSERT_EQ(h.handled.size(), 1u);
   EXPECT_EQ(h.handled[0].get_command(), "first");
 }
@@ -389,7 +398,7 @@ TEST(ProxyLink, RequestFromTheProxyIsAnsweredByTheHandler) {
     });
     recording_handler h;
     connection c(&h);
-    ASSERT_EQ(c.connect("127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+    ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
     EXPECT_TRUE(pump_until(c, [&] { return h.handled.size() >= 3; }));
   }
   EXPECT_EQ(answer, 42);
@@ -400,14 +409,197 @@ TEST(ProxyLink, SeveralClientsAtOnce) {
   sim_process sim;
   recording_handler h1, h2, h3;
   connection a(&h1), b(&h2), c(&h3);
-  ASSERT_EQ(a.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-  ASSERT_EQ(b.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-  ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(connect_now(a, h1, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(connect_now(b, h2, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  ASSERT_EQ(connect_now(c, h3, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
   for (int i = 0; i < 20; ++i) {
-    EXPECT_EQ(n_of(a.send_sync(echo_with(i), 5)), i);
-    EXPECT_EQ(n_of(b.send_sync(echo_with(100 + i), 5)), 100 + i);
-    EXPECT_EQ(n_of(c.send_sync(echo_with(200 + i), 5)), 200 + i);
+    EXPECT_EQ(n_of(round_trip(a, echo_with(i), 5)), i);
+    EXPECT_EQ(n_of(round_trip(b, echo_with(100 + i), 5)), 100 + i);
+    EXPECT_EQ(n_of(round_trip(c, echo_with(200 + i), 5)), 200 + i);
   }
+}
+
+// The fake proxy reads count requests, then answers them last first; each
+// answer echoes the request's "n".
+TEST(ProxyLinkAsync, RepliesInAnyOrderReachTheirOwnCallers) {
+  constexpr int count = 8;
+  fake_proxy fake([](fake_peer& peer) {
+    if (!peer.do_hello()) return;
+    std::vector<vxnet::vxp::message> got;
+    while (got.size() < count) {
+      auto m = peer.read_message();
+      if (!m) return;
+      got.push_back(std::move(*m));
+    }
+    for (auto it = got.rbegin(); it != got.rend(); ++it) {
+      packet reply(vxnet::vxp::type_reply, it->body.get_command(), it->body.get_properties());
+      peer.send(vxnet::vxp::make_reply(it->id, reply));
+    }
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  std::vector<int> order;
+  int mismatches = 0;
+  for (int i = 0; i < count; ++i) {
+    const auto id = c.send_async(echo_with(i), 5, [&, i](const packet& reply) {
+      if (n_of(reply) != i) ++mismatches;
+      order.push_back(i);
+    });
+    EXPECT_NE(id, 0u);
+  }
+  EXPECT_EQ(c.outstanding(), static_cast<std::size_t>(count));
+  ASSERT_TRUE(pump_until(c, [&] { return order.size() == count; }));
+  EXPECT_EQ(mismatches, 0);
+  EXPECT_EQ(order, (std::vector<int>{7, 6, 5, 4, 3, 2, 1, 0}));
+  EXPECT_EQ(c.outstanding(), 0u);
+  EXPECT_TRUE(c.is_connected());
+}
+
+TEST(ProxyLinkAsync, ForgottenCommandsAreNeverAnsweredAndTheirRepliesDropped) {
+  sim_process sim({"--delay-ms", "100"});
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  std::vector<std::int64_t> answered;
+  std::vector<connection::request_id> ids;
+  for (int i = 0; i < 6; ++i)
+    ids.push_back(
+        c.send_async(echo_with(i), 5, [&](const packet& r) { answered.push_back(n_of(r)); }));
+  c.forget(ids[1]);
+  c.forget(ids[4]);
+  c.forget(987654);  // unknown: ignored
+  EXPECT_EQ(c.outstanding(), 4u);
+  ASSERT_TRUE(pump_until(c, [&] { return answered.size() == 4; }));
+  // The two late replies arrive too, and are dropped without harm.
+  EXPECT_EQ(n_of(round_trip(c, echo_with(77), 5)), 77);
+  std::sort(answered.begin(), answered.end());
+  EXPECT_EQ(answered, (std::vector<std::int64_t>{0, 2, 3, 5}));
+  EXPECT_TRUE(c.is_connected());
+  EXPECT_TRUE(h.disconnects.empty());
+}
+
+TEST(ProxyLinkAsync, ALostLinkAnswersEveryOutstandingCommandAtOnce) {
+  constexpr int count = 100;
+  fake_proxy fake([](fake_peer& peer) {
+    if (!peer.do_hello()) return;
+    for (int i = 0; i < count; ++i)
+      if (!peer.read_message()) return;
+    // Closing unanswered: the fake's destructor-side close ends the link.
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  int turns = 0;
+  std::vector<int> answered_in_turn;
+  int lost = 0;
+  for (int i = 0; i < count; ++i)
+    c.send_async(echo_with(i), 5, [&](const packet& r) {
+      answered_in_turn.push_back(turns);
+      if (error_of(r) == vxcapi::error_lost && r.get_command() == "proxy.sim.echo") ++lost;
+    });
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(8);
+  while (answered_in_turn.size() < count && std::chrono::steady_clock::now() < give_up) {
+    ++turns;
+    link_driver::turn(c);
+  }
+  ASSERT_EQ(answered_in_turn.size(), static_cast<std::size_t>(count));
+  EXPECT_EQ(lost, count);
+  // All in the one turn that saw the link end.
+  EXPECT_EQ(std::count(answered_in_turn.begin(), answered_in_turn.end(), answered_in_turn[0]),
+            count);
+  EXPECT_FALSE(c.is_connected());
+  EXPECT_EQ(c.outstanding(), 0u);
+  ASSERT_EQ(h.disconnects.size(), 1u);
+}
+
+TEST(ProxyLinkAsync, TimedOutCommandsGetTheTimeOutErrorAndLaterOnesStillWork) {
+  sim_process sim({"--delay-ms", "1500"});
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  int timed_out = 0, answered = 0;
+  for (int i = 0; i < 10; ++i)
+    c.send_async(echo_with(i), 1, [&](const packet& r) {
+      ++answered;
+      if (error_of(r) == vxcapi::error_timed_out) ++timed_out;
+    });
+  ASSERT_TRUE(pump_until(c, [&] { return answered == 10; }));
+  EXPECT_EQ(timed_out, 10);
+  // The late replies come during this call and are not taken for its own.
+  EXPECT_EQ(n_of(round_trip(c, echo_with(42), 5)), 42);
+  EXPECT_TRUE(c.is_connected());
+}
+
+TEST(ProxyLinkAsync, ACallbackMaySendTheNextCommand) {
+  sim_process sim;
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+  std::vector<std::int64_t> seen;
+  std::function<void(const packet&)> next = [&](const packet& r) {
+    seen.push_back(n_of(r));
+    if (seen.size() < 10) c.send_async(echo_with(static_cast<int>(seen.size())), 5, next);
+  };
+  c.send_async(echo_with(0), 5, next);
+  ASSERT_TRUE(pump_until(c, [&] { return seen.size() == 10; }));
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+}
+
+TEST(ProxyLinkAsync, WithoutALinkTheCallbackIsAnsweredAtOnce) {
+  recording_handler h;
+  connection c(&h);
+  std::string error;
+  EXPECT_EQ(c.send_async(echo_with(1), 5, [&](const packet& r) { error = error_of(r); }), 0u);
+  EXPECT_EQ(error, vxcapi::error_not_connected);
+}
+
+TEST(ProxyLinkAsync, AHelloNamingThisLibraryIsRefusedLikeNothingListening) {
+  fake_proxy fake([](fake_peer& peer) {
+    if (!peer.read_message()) return;
+    peer.send(vxnet::vxp::make_hello(vxcapi::client_name));
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  EXPECT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_unreachable);
+  EXPECT_FALSE(c.is_connected());
+  ASSERT_FALSE(h.statuses.empty());
+  EXPECT_NE(h.statuses.back().text.find("itself"), std::string::npos) << h.statuses.back().text;
+}
+
+// A proxy that takes the hello and then reads nothing: the commands pile
+// up until the outbox bound, and the next gets its error at once.
+TEST(ProxyLinkAsync, TheQueueToAStalledProxyIsBounded) {
+  std::atomic<bool> done{false};
+  fake_proxy fake([&](fake_peer& peer) {
+    if (!peer.do_hello()) return;
+    const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!done && std::chrono::steady_clock::now() < give_up)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  // 4 MiB commands: the bound takes several, and the kernel's buffers a few.
+  const std::string blob(4u << 20, 'x');
+  packet big(vxnet::vxp::type_command, "proxy.sim.echo");
+  big.set_property("blob", make_refcount<vxcore::property_binary>(
+                               reinterpret_cast<const std::uint8_t*>(blob.data()), blob.size()));
+  std::string refusal;
+  int accepted = 0;
+  for (int i = 0; i < 64 && refusal.empty(); ++i) {
+    const auto id = c.send_async(big, 30, [&](const packet& r) { refusal = error_of(r); });
+    if (id != 0) ++accepted;
+    link_driver::turn(c, 1);
+  }
+  done = true;
+  EXPECT_GE(accepted, static_cast<int>(vxcapi::max_outbox_bytes / blob.size()) - 1);
+  EXPECT_EQ(refusal.rfind(vxcapi::error_cannot_send, 0), 0u) << refusal;
+  EXPECT_NE(refusal.find("full"), std::string::npos) << refusal;
+  EXPECT_TRUE(c.is_connected());
+  EXPECT_EQ(c.outstanding(), static_cast<std::size_t>(accepted));
 }
 
 // Link events reach the process's reporter under the module "vxcapi".
@@ -437,15 +629,15 @@ TEST(ProxyLink, LinkEventsAreReported) {
     sim_process sim({"--drop-after", "0"});
     recording_handler h;
     connection c(&h);
-    ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+    ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
     EXPECT_TRUE(reports.has("vxcapi|network|info|connected to client proxy at 127.0.0.1:" +
                             sim.port_text()));
-    c.send_sync(echo_with(1), 5);
+    round_trip(c, echo_with(1), 5);
     EXPECT_TRUE(reports.has("vxcapi|network|info|link to client proxy lost: the proxy closed"));
   }
   recording_handler h;
   connection c(&h);
-  c.connect("127.0.0.1", std::to_string(unused_port()), 1);
+  connect_now(c, h, "127.0.0.1", std::to_string(unused_port()), 1);
   EXPECT_TRUE(reports.has("vxcapi|network|debug|cannot connect to client proxy at 127.0.0.1:"));
   for (const auto& line : reports.lines) EXPECT_EQ(line.rfind("vxcapi|", 0), 0u) << line;
 }
@@ -455,7 +647,7 @@ TEST(ClientProxySim, StopsCleanlyOnSigtermAndSigint) {
     sim_process sim;
     recording_handler h;
     connection c(&h);
-    ASSERT_EQ(c.connect("127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
+    ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
     const int status = sim.stop(sig);
     ASSERT_TRUE(WIFEXITED(status)) << "signal " << sig;
     EXPECT_EQ(WEXITSTATUS(status), 0);

@@ -7,6 +7,7 @@ import re
 import signal
 import subprocess
 import tempfile
+import time
 import unittest
 
 import vxp_raw
@@ -53,7 +54,8 @@ class CommandLine(unittest.TestCase):
     def test_help_prints_usage_and_exits_0(self):
         r = subprocess.run([SIM, "--help"], capture_output=True, text=True, timeout=10)
         self.assertEqual(r.returncode, 0)
-        self.assertIn("--drop-after", r.stdout)
+        for option in ("--drop-after", "--delay-ms", "--jitter-ms", "--hang-after"):
+            self.assertIn(option, r.stdout)
 
     def test_bad_options_exit_2_with_a_reason(self):
         for args, reason in ((["--bogus"], "unknown option --bogus"),
@@ -70,6 +72,52 @@ class CommandLine(unittest.TestCase):
                                timeout=10)
             self.assertEqual(r.returncode, 1)
             self.assertIn("cannot bind 127.0.0.1:%d" % sim.port, r.stderr)
+
+
+class Timing(unittest.TestCase):
+    """--delay-ms, --jitter-ms and --hang-after: how the simulator holds
+    replies back."""
+
+    def test_delayed_replies_wait_side_by_side(self):
+        with running_sim("--delay-ms", "300") as sim:
+            link = sim.connect()
+            started = time.monotonic()
+            for i in range(1, 11):
+                link.send(vxp_raw.request(i, "proxy.general.version"))
+            ids = [link.read_message()[1] for _ in range(10)]
+            took = time.monotonic() - started
+            self.assertEqual(ids, list(range(1, 11)))
+            # Ten replies of 300 ms each, held back together: not 3 s.
+            self.assertGreaterEqual(took, 0.29)
+            self.assertLess(took, 1.5)
+            link.close()
+
+    def test_jittered_replies_come_out_of_order(self):
+        with running_sim("--jitter-ms", "200") as sim:
+            link = sim.connect()
+            for i in range(1, 31):
+                link.send(vxp_raw.request(i, "proxy.general.version"))
+            ids = [link.read_message()[1] for _ in range(30)]
+            self.assertEqual(sorted(ids), list(range(1, 31)))
+            # 30 random holds in arrival order would be a 1 in 30! chance.
+            self.assertNotEqual(ids, sorted(ids))
+            link.close()
+
+    def test_hang_after_answers_so_many_commands_then_none(self):
+        with running_sim("--hang-after", "2") as sim:
+            first, second = sim.connect(), sim.connect()
+            first.send(vxp_raw.request(1, "proxy.general.version"))
+            self.assertEqual(first.read_message()[1], 1)
+            second.send(vxp_raw.request(1, "proxy.general.version"))
+            self.assertEqual(second.read_message()[1], 1)
+            # The third command, on either link, is never answered; the link
+            # stays open.
+            first.sock.settimeout(1.0)
+            first.send(vxp_raw.request(2, "proxy.general.version"))
+            with self.assertRaises(TimeoutError):
+                first.read_message()
+            first.close()
+            second.close()
 
 
 class RawProtocol(unittest.TestCase):

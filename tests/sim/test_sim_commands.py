@@ -180,8 +180,11 @@ class Commands(unittest.TestCase):
             tasks=[8, [struct(type=s("transfer"))]])
         (mon,) = reply["monitor-ids"]
         listed = self.c.call("proxy.node.monitor.list")["monitors"]
+        # A new watch folder waits to be started.
         self.assertEqual([(m["monitor-id"], m["path"], m["state"]) for m in listed],
-                         [(mon, "incoming", "running")])
+                         [(mon, "incoming", "stopped")])
+        self.assertEqual(self.c.call("proxy.node.monitor.start", monitor_id=s(mon))["state"],
+                         "running")
         self.assertEqual(self.c.call("proxy.node.monitor.start", monitor_id=s(mon))["error"],
                          "monitor '%s' is running already" % mon)
         self.assertEqual(self.c.call("proxy.node.monitor.stop", monitor_id=s(mon))["state"],
@@ -195,6 +198,81 @@ class Commands(unittest.TestCase):
                                          monitor_ids=texts(mon))["monitors"]), 1)
         self.assertTrue(self.c.call("proxy.node.monitor.remove", monitor_id=s(mon))["removed"])
         self.assertEqual(self.c.call("proxy.node.monitor.list")["monitors"], [])
+
+    def test_a_watch_folder_takes_only_the_files_its_pattern_matches_once_started(self):
+        with tempfile.TemporaryDirectory() as d:
+            def drop(name):
+                with open(os.path.join(d, name), "wb") as f:
+                    f.write(b"media")
+
+            def made():
+                (m,) = self.c.call("proxy.node.status.monitors", monitor_ids=texts(mon))["monitors"]
+                return [self.c.call("proxy.node.status.workflows2", workflow_ids=texts(w))
+                        ["workflows"][0]["name"] for w in m["workflow-ids"]]
+
+            drop("before.mov")
+            reply = self.c.call(
+                "proxy.node.submit.build", name=s("drop"),
+                sources=[8, [struct(type=s("monitor-source"), path=s(d),
+                                    file_pattern=s("*.mov"))]],
+                tasks=[8, [struct(type=s("transfer"))]])
+            (mon,) = reply["monitor-ids"]
+            drop("waiting.mov")
+            self.assertEqual(made(), [])  # not started yet
+            self.c.call("proxy.node.monitor.start", monitor_id=s(mon))
+            self.assertEqual(made(), ["waiting.mov"])
+            drop("notes.txt")
+            drop("clip.mov")
+            drop("clip.mov.part")
+            self.assertEqual(made(), ["waiting.mov", "clip.mov"])
+            (m,) = self.c.call("proxy.node.monitor.list")["monitors"]
+            self.assertEqual(m["file-pattern"], "*.mov")
+
+    def test_lists_come_in_numeric_id_order(self):
+        for _ in range(6):
+            self.submit_two_tasks()  # wf-1, wf-4, ..., wf-16 and their jobs
+        workflows = [w["workflow-id"]
+                     for w in self.c.call("proxy.node.status.workflows2")["workflows"]]
+        self.assertEqual(workflows, ["wf-%d" % n for n in range(1, 17, 3)])
+        jobs = [t["job-id"] for t in self.c.call("proxy.node.status.tasks2")["tasks"]]
+        self.assertEqual(jobs, sorted(jobs, key=lambda j: int(j.split("-")[1])))
+        self.assertEqual(len(jobs), 12)
+        for n in range(11):
+            self.c.call("proxy.node.submit.build", name=s("w"),
+                        sources=[8, [struct(type=s("monitor-source"), path=s("in"))]],
+                        tasks=[8, [struct(type=s("transfer"))]])
+        monitors = [m["monitor-id"] for m in self.c.call("proxy.node.monitor.list")["monitors"]]
+        self.assertEqual(monitors, sorted(monitors, key=lambda m: int(m.split("-")[1])))
+        self.assertEqual(len(monitors), 11)
+
+    def test_status_workflows_report_state_and_progress(self):
+        def status(wf):
+            (w,) = self.c.call("proxy.node.status.workflows2", workflow_ids=texts(wf))["workflows"]
+            return w["state"], w["progress"]
+
+        first = self.submit_two_tasks()
+        wf = first["workflow-id"]
+        self.assertEqual(status(wf), ("queued", 0.0))
+        self.c.call("proxy.sim.advance")  # both jobs run, half done
+        self.assertEqual(status(wf), ("running", 0.5))
+        self.c.call("proxy.node.job.pause", job_id=s(first["job-ids"][0]))
+        self.assertEqual(status(wf)[0], "running")
+        self.c.call("proxy.node.job.pause", job_id=s(first["job-ids"][1]))
+        self.assertEqual(status(wf)[0], "paused")
+        self.c.call("proxy.node.job.cancel", job_id=s(first["job-ids"][0]))
+        self.c.call("proxy.node.job.resume", job_id=s(first["job-ids"][1]))
+        self.assertEqual(status(wf)[0], "queued")
+        self.c.call("proxy.sim.advance")
+        self.c.call("proxy.sim.advance")
+        self.assertEqual(status(wf), ("finished", 0.75))  # one cancelled at half way
+        cancelled = self.submit_two_tasks()["workflow-id"]
+        self.c.call("proxy.node.submission.recall", workflow_id=s(cancelled))
+        self.assertEqual(status(cancelled), ("cancelled", 0.0))
+        # The states filter asks for the workflow's own state.
+        self.assertEqual([w["workflow-id"] for w in self.c.call(
+            "proxy.node.status.workflows2", states=texts("cancelled"))["workflows"]], [cancelled])
+        self.assertEqual([w["workflow-id"] for w in self.c.call(
+            "proxy.node.status.workflows", states=texts("finished"))["workflows"]], [wf])
 
     def test_cluster_bonjour_and_analysis(self):
         info = self.c.call("proxy.node.info.cluster", target_node_info=struct(iid=s("XMLRPC")))

@@ -80,6 +80,50 @@ class HelpAndOptions(unittest.TestCase):
             self.assertEqual(r.returncode, 0, r.stderr)
 
 
+class UnwritableConfigurationFile(unittest.TestCase):
+    """A configuration file that cannot be made: the program's own exception
+    line, then the path it tried and what to do instead."""
+
+    def check(self, r, path, verb):
+        self.assertEqual(r.returncode, 1, r.stderr)
+        lines = r.stderr.splitlines()
+        self.assertTrue(lines[0].startswith("exception: "), r.stderr)
+        self.assertEqual(lines[1], "XMLRPCServer: could not %s the configuration file '%s'."
+                         % (verb, path))
+        self.assertIn("systemctl start xmlrpcserver", lines[2])
+        self.assertIn("--usecfg FILE", lines[3])
+        self.assertEqual(len(lines), 4, r.stderr)
+
+    def test_a_folder_that_cannot_be_made_names_the_path_and_the_ways_out(self):
+        with tempfile.TemporaryDirectory() as d:
+            blocker = os.path.join(d, "not-a-folder")
+            open(blocker, "w").close()
+            path = os.path.join(blocker, "Corvane 7", "XMLRPCServer.xml")
+            self.check(run("--usecfg", path), path, "create")
+
+    def test_permission_denied_for_an_ordinary_user(self):
+        if os.geteuid() != 0:
+            self.skipTest("needs root to run the program as the unprivileged user 'nobody'")
+        with tempfile.TemporaryDirectory() as d:
+            os.chmod(d, 0o755)  # nobody may enter but not write
+            path = os.path.join(d, "Holvenmark", "Corvane 7", "XMLRPCServer.xml")
+            r = subprocess.run(["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups",
+                                sp.SERVER, "--usecfg", path],
+                               capture_output=True, text=True, timeout=20)
+            self.assertIn("Permission denied", r.stderr.splitlines()[0])
+            self.check(r, path, "create")
+        with tempfile.TemporaryDirectory() as d:
+            path = os.path.join(d, "XMLRPCServer.xml")
+            with open(path, "w") as f:
+                f.write("<xmlrpcserver-configuration/>")
+            os.chmod(path, 0o600)  # root's alone: nobody cannot read it
+            os.chmod(d, 0o755)
+            r = subprocess.run(["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups",
+                                sp.SERVER, "--usecfg", path],
+                               capture_output=True, text=True, timeout=20)
+            self.check(r, path, "use")
+
+
 @skip_unless_root()
 class ConfigurationChecks(unittest.TestCase):
     def run_in_ns(self, path):

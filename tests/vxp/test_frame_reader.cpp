@@ -122,6 +122,23 @@ TEST(FrameReader, OversizedMessageIsNotSent) {
   EXPECT_TRUE(out.empty());
 }
 
+TEST(FrameReader, AMessageThatCannotBeEncodedLeavesTheOutputAsItWas) {
+  std::string out = "before";
+  append_frame(out, make_hello("x"));
+  const std::string kept = out;
+  // A tree nested deeper than the limit is refused while it is encoded.
+  vxcore::property_ptr deep = vxbase::make_refcount<vxcore::property_list>();
+  for (std::size_t i = 0; i < vxnet::vxp::max_property_depth + 1; ++i) {
+    auto outer = vxbase::make_refcount<vxcore::property_list>();
+    outer->push_back(deep);
+    deep = outer;
+  }
+  packet p(type_command, "x");
+  p.set_property("deep", deep);
+  EXPECT_THROW(append_frame(out, make_request(1, p)), protocol_error);
+  EXPECT_EQ(out, kept);
+}
+
 TEST(FrameReader, ZeroLengthFrameIsAnEmptyBodyThatDoesNotDecode) {
   frame_reader r;
   r.feed("\0\0\0\0", 4);

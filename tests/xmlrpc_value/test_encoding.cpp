@@ -416,7 +416,7 @@ TEST(XmlRpcValueReader, OutOfRangeIntegersSaturate) {
 TEST(XmlRpcValueReader, BooleanMustBeZeroOrOne) {
   EXPECT_FALSE(read("<value><boolean>2</boolean></value>").ok);
   EXPECT_FALSE(read("<value><boolean>-1</boolean></value>").ok);
-  EXPECT_FALSE(read("<value><boolean>true</boolean></value>").ok);
+  EXPECT_FALSE(read("<value><boolean>yes</boolean></value>").ok);
   EXPECT_FALSE(read("<value><boolean></boolean></value>").ok);
   EXPECT_FALSE(read("<value><boolean>18446744073709551617</boolean></value>").ok);
   EXPECT_FALSE(read("<value><boolean>+</boolean></value>").ok);
@@ -484,7 +484,7 @@ TEST(XmlRpcValueReader, DateTimeFieldsFollowTheirWidths) {
 }
 
 TEST(XmlRpcValueReader, MalformedDateTimeFails) {
-  for (const char* text : {"2012-03-04T05:06:07", "20120304 05:06:07", "20120304T05:06", "",
+  for (const char* text : {"2012-03-04 05:06:07", "20120304 05:06:07", "20120304T05:06", "",
                            "20120304T05-06-07", "x"}) {
     const ReadResult r =
         read(std::string("<value><dateTime.iso8601>") + text + "</dateTime.iso8601></value>");

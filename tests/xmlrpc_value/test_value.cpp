@@ -250,6 +250,24 @@ TEST(XmlRpcValueModel, NegativeIndicesAreOutOfRange) {
   EXPECT_EQ(v.size(), 1);
 }
 
+TEST(XmlRpcValueModel, TheLargestIntIsNoIndexAndLeavesTheValueAlone) {
+  // An array holds at most INT_MAX elements, so its last index is one less;
+  // asking for INT_MAX must not compute the element count INT_MAX + 1.
+  XmlRpcValue v;
+  v[1] = 5;
+  expectThrowsWith([&] { (void)v[std::numeric_limits<int>::max()]; },
+                   "range error: array index too large");
+  EXPECT_EQ(v.size(), 2);
+  EXPECT_EQ(v[1], XmlRpcValue(5));
+  const XmlRpcValue& c = v;
+  expectThrowsWith([&] { (void)c[std::numeric_limits<int>::max()]; },
+                   "range error: array index too large");
+  XmlRpcValue invalid;
+  expectThrowsWith([&] { (void)invalid[std::numeric_limits<int>::max()]; },
+                   "range error: array index too large");
+  EXPECT_FALSE(invalid.valid());
+}
+
 TEST(XmlRpcValueModel, SetSizeFollowsTheGrowingArrayRule) {
   XmlRpcValue v;
   v.setSize(2);

@@ -19,4 +19,10 @@ namespace xmlrpcs {
 // system errors through when the file cannot be handled.
 void settle_config_file(vxcore::configuration_ptr& config, const std::string& path);
 
+// What a user can do when settle_config_file failed on path: names the path
+// and the two ways out (run the program as its service, which owns the
+// default folder, or pass --usecfg with a file of one's own). existed says
+// whether the file was there before.
+std::string config_file_hint(const std::string& path, bool existed);
+
 }  // namespace xmlrpcs

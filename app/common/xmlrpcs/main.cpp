@@ -5,7 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <memory>
+#include <string>
+#include <system_error>
 
 #include <vxbase/es.h>
 #include <vxbase/fileutil.h>
@@ -54,6 +57,22 @@ void at_exit() {
   vxbase::platform::set_thread_execution_state(vxbase::platform::es_continuous);
 }
 
+// What to tell the user after the exception line, when there is more to say.
+std::string failure_hint;
+
+// Settles the configuration file; when that fails, the exception goes on to
+// the entry's own report, followed by which file it was and what to do.
+void settle_or_explain(vxcore::configuration_ptr& config, const std::string& path) {
+  std::error_code ignored;
+  const bool existed = std::filesystem::exists(path, ignored);
+  try {
+    xmlrpcs::settle_config_file(config, path);
+  } catch (...) {
+    failure_hint = xmlrpcs::config_file_hint(path, existed);
+    throw;
+  }
+}
+
 // Steps from building the configuration on; may throw.
 int configure_and_serve(xmlrpcs::opts& options) {
   vxcore::configuration_ptr config = xmlrpcs::build_configuration();
@@ -76,7 +95,7 @@ int configure_and_serve(xmlrpcs::opts& options) {
     }
     return 0;
   }
-  if (options.use_file.first) xmlrpcs::settle_config_file(config, options.use_file.second);
+  if (options.use_file.first) settle_or_explain(config, options.use_file.second);
   if (options.write_config) {
     std::string buffer;
     config->write_config(buffer, vxcore::configuration::format_readable);
@@ -108,6 +127,9 @@ int main(int argc, char** argv) {
   vxbase::platform::set_thread_execution_state(vxbase::platform::es_continuous |
                                                vxbase::platform::es_system_required);
   start_sockets();
+  // Every client connection takes a descriptor: the server may use all the
+  // system grants it (docs/limits.md says how many clients that makes).
+  vxbase::platform::raise_descriptor_limit();
   std::atexit(at_exit);
   vxcore::ds::push_filt("XMLRPCServer", true);
   vxcore::ds::push_filt("Corvane", true);
@@ -132,5 +154,6 @@ int main(int argc, char** argv) {
   } catch (...) {
     std::fputs("unknown exception", stderr);
   }
+  if (!failure_hint.empty()) std::fputs(failure_hint.c_str(), stderr);
   return 1;
 }

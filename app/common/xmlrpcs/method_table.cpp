@@ -19,8 +19,8 @@ class generic_client_proxy_cmd : public vx_xmlrpc_method {
   std::string help() override { return method_help(help_, command_); }
 
  protected:
-  void run_command(const vxcore::properties& in, vxcore::properties& out) override {
-    verify_and_send(make_request(command_, in, false), out);
+  void run_command(const vxcore::properties& in, answer_fn done) override {
+    verify_and_send(make_request(command_, in, false), std::move(done));
   }
 };
 
@@ -31,8 +31,8 @@ class node_client_proxy_cmd : public vx_xmlrpc_method {
   std::string help() override { return method_help(help_, command_); }
 
  protected:
-  void run_command(const vxcore::properties& in, vxcore::properties& out) override {
-    verify_and_send(make_request(command_, in, true), out);
+  void run_command(const vxcore::properties& in, answer_fn done) override {
+    verify_and_send(make_request(command_, in, true), std::move(done));
   }
 };
 

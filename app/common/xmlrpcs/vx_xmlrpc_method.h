@@ -12,12 +12,26 @@
 #include <vxcore/properties.h>
 #include <vxnet/vxp/command_db.h>
 #include <vxnet/vxp/packet.h>
+#include <xmlrpc/XmlRpcCompletion.h>
 #include <xmlrpc/XmlRpcServerMethod.h>
 #include <xmlrpc/XmlRpcValue.h>
 
 namespace xmlrpcs {
 
 class xmlrpcserver;
+
+// The steps of a call hand their results on through these, now or later
+// (once the proxy answered), exactly once each.
+// The answer of a command step: the properties to return.
+using answer_fn = std::function<void(const vxcore::properties& out)>;
+// The reply to use for a sent request.
+using reply_fn = std::function<void(const vxnet::vxp::packet& reply)>;
+// Sends a request and hands its reply to the reply_fn.
+using send_fn = std::function<void(const vxnet::vxp::packet& request, reply_fn reply)>;
+// A command step: runs with the converted input and answers through done.
+using command_fn = std::function<void(const vxcore::properties& in, answer_fn done)>;
+// Takes the result value of a call.
+using finish_fn = std::function<void(XmlRpc::XmlRpcValue& result)>;
 
 // A method of the table. Failures of the command never become faults: they
 // come back as a struct with the one member "error".
@@ -30,9 +44,17 @@ class vx_xmlrpc_method : public XmlRpc::XmlRpcServerMethod, public vxbase::objec
                    xmlrpcserver* server);
   ~vx_xmlrpc_method() override = default;
 
-  // Converts params[0] to properties, runs the command and converts its
-  // answer back (see run_call). Throws XmlRpcException "type error:
-  // expected an array" only when params is neither invalid nor an array.
+  // Converts params[0] to properties, sends the command and, when its reply
+  // comes, finishes the call with the reply converted back (see run_call).
+  // Returns at once: the call waits for the proxy without holding up the
+  // server. Throws XmlRpcException "type error: expected an array" only when
+  // params is neither invalid nor an array.
+  void executeAsync(XmlRpc::XmlRpcValue& params,
+                    const XmlRpc::XmlRpcCompletionPtr& completion) override;
+  // The same for a caller that cannot wait: answers what needs no reply
+  // from the proxy (wrong input, a rejected command, no link); a call that
+  // would wait for the proxy raises XmlRpcException instead. The engine
+  // always takes executeAsync.
   void execute(XmlRpc::XmlRpcValue& params, XmlRpc::XmlRpcValue& result) override;
   std::string help() override = 0;
 
@@ -40,13 +62,13 @@ class vx_xmlrpc_method : public XmlRpc::XmlRpcServerMethod, public vxbase::objec
   const std::string& help_text() const noexcept { return help_; }
 
  protected:
-  // Sends in as the method's command and fills out with the answer.
-  virtual void run_command(const vxcore::properties& in, vxcore::properties& out) = 0;
+  // Sends in as the method's command and answers through done.
+  virtual void run_command(const vxcore::properties& in, answer_fn done) = 0;
 
   // Verifies request against the server's command database; sends it and
-  // copies the reply's properties into out, or sets out's "error" to
+  // answers with the reply's properties, or answers at once with "error" =
   // "Malformed method <name> (<reason>)" without sending.
-  void verify_and_send(const vxnet::vxp::packet& request, vxcore::properties& out);
+  void verify_and_send(const vxnet::vxp::packet& request, answer_fn done);
 
   std::string command_;
   std::string help_;
@@ -87,20 +109,19 @@ vxnet::vxp::packet make_request(const std::string& command, const vxcore::proper
                                 bool node_command);
 
 // Verification and sending, apart from the server: a request that db
-// accepts is handed to send and out becomes a copy of the reply's
-// properties; otherwise out's "error" is "Malformed method <method>
-// (<reason>)" and nothing is sent.
+// accepts is handed to send and done gets the reply's properties; otherwise
+// done gets at once "error" = "Malformed method <method> (<reason>)" and
+// nothing is sent.
 void answer_request(const vxnet::vxp::command_db& db, const vxnet::vxp::packet& request,
-                    const std::function<vxnet::vxp::packet(const vxnet::vxp::packet&)>& send,
-                    const std::string& method, vxcore::properties& out);
+                    const send_fn& send, const std::string& method, answer_fn done);
 
 // The call itself, apart from the server: makes params an array of at least
 // one element (throwing "type error: expected an array" for another type),
-// converts element 0 (null becomes an empty map), answers a value that is
-// not a map with the "Wrong input, expected a struct. got <kind>: \n<text>"
-// error, else runs run with it and an empty out (an exception from run is
-// dropped, out keeps what it held) and sets result to out's XML-RPC form.
-void run_call(XmlRpc::XmlRpcValue& params, XmlRpc::XmlRpcValue& result,
-              const std::function<void(const vxcore::properties&, vxcore::properties&)>& run);
+// converts element 0 (null becomes an empty map), finishes at once with the
+// "Wrong input, expected a struct. got <kind>: \n<text>" error for a value
+// that is not a map, else runs run with it; the answer run gives, converted
+// to its XML-RPC form, goes to finish. An exception from run before it
+// answered is dropped and the call finishes with an empty struct.
+void run_call(XmlRpc::XmlRpcValue& params, const command_fn& run, const finish_fn& finish);
 
 }  // namespace xmlrpcs

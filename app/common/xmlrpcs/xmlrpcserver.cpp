@@ -11,6 +11,7 @@
 #include <vxcore/property_values.h>
 #include <xmlrpc/XmlRpcServer.h>
 
+#include "dashboard_page.h"
 #include "retry_schedule.h"
 
 namespace xmlrpcs {
@@ -21,11 +22,8 @@ constexpr const char* module = "XMLRPCServer";
 constexpr const char* not_connected_text = "not connected to client proxy";
 // The DNS-SD service type the listener is announced as.
 const std::string service_type = "_corvane-xmlrpc._tcp";
-// How long one turn lets the proxy link do its pending input and output.
-constexpr unsigned proxy_io_wait = 1;
-// A turn's dispatch time with a listener, and its sleep without one.
-constexpr double dispatch_seconds = 0.5;
-constexpr std::uint32_t idle_sleep_ms = retry_schedule::turn_ms;
+// A turn's dispatch time, with a listener or without.
+constexpr double dispatch_seconds = retry_schedule::turn_ms / 1000.0;
 }  // namespace
 
 xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint_files,
@@ -54,9 +52,14 @@ xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint
       // The table is registered a second time on purpose: registration
       // replaces methods by name, so repeating it changes nothing.
       register_methods();
-      if (config_->get_bool("services{xmlrpc}{publish}")) publish(port);
+      // Announced only once something listens on the port.
+      if (config_->get_bool("services{xmlrpc}{publish}")) {
+        listener_.when_listening([this, port] { publish(port); });
+      }
     }
     write_back_configuration();
+    link_source_ =
+        std::make_unique<proxy_link_source>(connection_, dispatcher(), xmlrpc_server_ == nullptr);
     not_connected_reply_.set_property("error", new vxcore::property_string(not_connected_text));
   } catch (...) {
     // The destructor will not run: leave no dangling reporter behind.
@@ -67,6 +70,10 @@ xmlrpcserver::xmlrpcserver(vxcore::configuration_ptr config, bool use_constraint
 
 xmlrpcserver::~xmlrpcserver() {
   vxcore::set_reporter(nullptr);
+  // The link leaves the dispatcher before the dispatcher goes. Commands
+  // still waiting for the proxy are dropped with the link, after their
+  // XML-RPC connections have been closed with the listener.
+  link_source_.reset();
   xmlrpc_server_.reset();
   // Withdraws the announcement, right after the listener has closed.
   service_.reset();
@@ -79,9 +86,10 @@ void xmlrpcserver::start_listening(int port) {
   xmlrpc_server_.reset();
   xmlrpc_server_ = std::make_unique<XmlRpc::XmlRpcServer>();
   xmlrpc_server_->enableIntrospection(true);
-  // A failure is reported by the engine itself; the loop runs on without
-  // listening.
-  xmlrpc_server_->bindAndListen(port, listen_backlog);
+  xmlrpc_server_->setStaticPage(dashboard_content_type, std::string(dashboard_page()));
+  // A failure is reported by the engine itself; the loop runs on and tries
+  // the port again every few seconds.
+  listener_.listen(*xmlrpc_server_, port, listen_backlog);
   register_methods();
 }
 
@@ -100,12 +108,27 @@ void xmlrpcserver::write_back_configuration() {
   vxbase::fileutil::set_file_content(config_path_, buffer);
 }
 
-vxnet::vxp::packet xmlrpcserver::send_to_proxy(const vxnet::vxp::packet& packet) {
-  if (!connection_.is_connected()) return not_connected_reply_;
-  return connection_.send_sync(packet, send_timeout);
+XmlRpc::XmlRpcDispatch& xmlrpcserver::dispatcher() {
+  return xmlrpc_server_ ? xmlrpc_server_->getDispatch() : own_dispatch_;
 }
 
-bool xmlrpcserver::status(vxcapi::result_code, const std::string&, bool) { return true; }
+void xmlrpcserver::send_to_proxy(const vxnet::vxp::packet& packet, reply_fn reply) {
+  if (!connection_.is_connected()) {
+    reply(not_connected_reply_);
+    return;
+  }
+  connection_.send_async(packet, send_timeout, std::move(reply));
+}
+
+bool xmlrpcserver::status(vxcapi::result_code code, const std::string&, bool) {
+  if (!attempt_pending_) return true;
+  attempt_pending_ = false;
+  schedule_.checked(code == vxcapi::rc_connected);
+  if (code == vxcapi::rc_wrong_protocol)
+    vxcore::report(location, 560, module, vxcore::kind::protocol, vxbase::sev_error,
+                   "Local ClientProxy has wrong protocol version");
+  return true;
+}
 
 void xmlrpcserver::disconnected(const std::string&, bool) {}
 
@@ -114,41 +137,32 @@ bool xmlrpcserver::handle(const vxnet::vxp::packet& in, vxnet::vxp::packet&) {
   return true;
 }
 
-void xmlrpcserver::check_proxy_connection(bool& connected_now) {
-  connected_now = false;
-  if (connection_.is_connected()) return;
+void xmlrpcserver::check_proxy_connection() {
+  if (connection_.is_connected() || connection_.is_connecting()) {
+    schedule_.checked(false);
+    return;
+  }
   std::fputs("trying to connect to client proxy\n", stdout);
   std::fflush(stdout);
-  const auto result = connection_.connect(proxy_host, proxy_port, connect_timeout);
-  if (result == vxcapi::result_code(1)) {
-    connected_now = true;
-  } else if (result == vxcapi::result_code(2)) {
-    vxcore::report(location, 560, module, vxcore::kind::protocol, vxbase::sev_error,
-                   "Local ClientProxy has wrong protocol version");
-  }
+  // status() hears the outcome, at once or from a later turn, and ends the
+  // check.
+  attempt_pending_ = true;
+  connection_.connect(proxy_host, proxy_port, connect_timeout);
 }
 
 void xmlrpcserver::run(std::atomic<bool>& running) {
-  retry_schedule schedule;
   vxbase::callqueue& queue = vxbase::callqueue::instance();
+  const auto keep_going = [&running] { return running.load(); };
   while (running.load()) {
     if (shutdown_clock_.is_ringing()) {
       vxcore::report(location, 538, module, vxcore::kind::lifecycle, vxbase::sev_notice,
                      "shutting down... good bye");
       return;
     }
-    connection_.wait(proxy_io_wait);
-    if (schedule.turn()) {
-      bool connected_now = false;
-      check_proxy_connection(connected_now);
-      schedule.checked(connected_now);
-    }
+    if (!attempt_pending_ && schedule_.turn()) check_proxy_connection();
     queue.run();
-    if (xmlrpc_server_) {
-      xmlrpc_server_->work(dispatch_seconds);
-    } else {
-      vxbase::sleep_milliseconds(idle_sleep_ms);
-    }
+    if (xmlrpc_server_) listener_.turn(*xmlrpc_server_);
+    link_source_->work(dispatch_seconds, keep_going);
   }
   queue.run();
   queue.exit();

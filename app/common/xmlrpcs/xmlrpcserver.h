@@ -20,6 +20,11 @@
 #include <vxnet/vxp/command_db.h>
 #include <vxnet/vxp/packet.h>
 
+#include <xmlrpc/XmlRpcDispatch.h>
+
+#include "proxy_link_source.h"
+#include "retry_schedule.h"
+#include "listener_keeper.h"
 #include "vx_xmlrpc_method.h"
 
 namespace XmlRpc {
@@ -36,7 +41,7 @@ class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
   // The proxy is always on this machine, at this port.
   static constexpr const char* proxy_host = "127.0.0.1";
   static constexpr const char* proxy_port = "40410";
-  // Seconds a connection attempt may take; short, since the loop waits.
+  // Seconds a connection attempt may take.
   static constexpr unsigned connect_timeout = 2;
   // Seconds a command round trip may take before the proxy is given up on.
   static constexpr unsigned send_timeout = 5;
@@ -59,12 +64,14 @@ class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
   xmlrpcserver& operator=(const xmlrpcserver&) = delete;
 
   // The main loop: runs turns of about 500 ms until running is found false
-  // (or the shutdown clock rings), keeping the proxy link up.
+  // (or the shutdown clock rings), keeping the proxy link up. The link and
+  // every XML-RPC connection are served by the one dispatcher.
   void run(std::atomic<bool>& running);
 
-  // The reply to use for packet: the proxy's reply, or at once the preset
-  // not-connected reply while the link is down.
-  vxnet::vxp::packet send_to_proxy(const vxnet::vxp::packet& packet);
+  // Sends packet to the proxy and hands reply the reply to use: the proxy's
+  // (or the link's error reply on a time-out or a lost link) when it comes,
+  // or at once the preset not-connected reply while the link is down.
+  void send_to_proxy(const vxnet::vxp::packet& packet, reply_fn reply);
 
   // vxcore::reporter: routes a report to the sinks (xmlrpcserver_report.cpp).
   void report(const char* file, std::uint32_t line, const char* module, vxcore::kind k,
@@ -96,19 +103,34 @@ class xmlrpcserver : public vxcore::reporter, public vxcapi::handler {
   void publish(int port);
   // Writes the configuration in use back to its file.
   void write_back_configuration();
-  // One connection check of the main loop.
-  void check_proxy_connection(bool& connected_now);
+  // The connection check of a main loop turn: starts an attempt when the
+  // link is down; the schedule hears the outcome in status().
+  void check_proxy_connection();
+  // The dispatcher that serves the link: the listener's, or the program's
+  // own when nothing listens.
+  XmlRpc::XmlRpcDispatch& dispatcher();
 
   vxcore::configuration_ptr config_;
   std::string config_path_;
   vxbase::egg_clock shutdown_clock_;
   vxcore::constraint_db command_constraints_;
   vxcapi::connection connection_;
+  // When the proxy link is looked at (main loop), and whether an attempt
+  // started by it is still under way: its turns count nothing, as the
+  // attempt's time never counted.
+  retry_schedule schedule_;
+  bool attempt_pending_ = false;
+  // Serves the link when there is no listener.
+  XmlRpc::XmlRpcDispatch own_dispatch_;
+  // The link's socket in the dispatcher; made once the listener is up.
+  std::unique_ptr<proxy_link_source> link_source_;
   // The DNS-SD announcement of the listener (publish); none until published.
   std::unique_ptr<vxnet::service> service_;
   // Passed to the publication: the server announces no TXT entries.
   const vxnet::txt_record* txt_record_ = nullptr;
   std::unique_ptr<XmlRpc::XmlRpcServer> xmlrpc_server_;
+  // Binds the listener again while its port is taken.
+  listener_keeper listener_;
   // Every method object register_methods made (method_table.cpp); the
   // listener's registry points into this list.
   std::list<vx_xmlrpc_method_ptr> methods_;

@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 namespace vxbase::platform {
@@ -40,6 +41,10 @@ int socket_startup(std::uint16_t version_word, std::uint16_t& obtained) noexcept
 }
 
 int socket_cleanup() noexcept { return ::WSACleanup(); }
+
+// Windows sockets are handles without a per-process count limit: nothing
+// to raise, and no limit to report.
+int raise_descriptor_limit() noexcept { return INT_MAX; }
 
 int common_app_data_folder(int key, std::string& folder) {
   char path[MAX_PATH] = {};

@@ -1,10 +1,10 @@
-// The proxy connection: non-blocking connect and hello, synchronous round
-// trips matched by request id, and the proxy's own packets in between.
+// The proxy connection: a non-blocking connect and hello, commands matched
+// by request id with their time-outs, and the proxy's own packets in
+// between, all driven by the owner's readiness events.
 #include <vxcapi/connection.h>
 
 #include <exception>
-
-#include <vxbase/net.h>
+#include <utility>
 
 #include <vxcore/properties.h>
 #include <vxcore/property_values.h>
@@ -35,56 +35,40 @@ void report(vxbase::severity severity, vxcore::kind k, const std::string& text) 
   vxcore::report(report_location, 0, report_module, k, severity, text.c_str());
 }
 
-packet error_reply(const packet& request, const std::string& text) {
-  packet reply(vxnet::vxp::type_reply, request.get_command());
+// The reply made up when none can be had: type_reply, named after the
+// command, with the `error` member.
+packet error_reply(const std::string& command, const std::string& text) {
+  packet reply(vxnet::vxp::type_reply, command);
   reply.set_property("error", vxbase::make_refcount<vxcore::property_string>(text));
   return reply;
 }
 
-// Opens a non-blocking socket to one address; waits for the connection
-// until deadline. Returns the descriptor, or -1 with the code and text set.
-int connect_one(const addrinfo& ai, std::int64_t deadline, result_code& code, std::string& text) {
-  namespace net = vxbase::net;
-  const int fd = net::open_socket(ai.ai_family, ai.ai_socktype, ai.ai_protocol);
-  if (fd < 0) {
-    code = rc_failed;
-    text = "cannot make a socket: " + net::error_text(net::last_error());
-    return -1;
-  }
-  int error = 0;
-  if (::connect(fd, ai.ai_addr, static_cast<int>(ai.ai_addrlen)) != 0) {
-    error = net::last_error();
-    if (net::is_in_progress(error)) {
-      pollfd p = net::watch(fd, POLLOUT);
-      int n;
-      do {
-        n = net::poll(&p, 1, detail::remaining_ms(deadline));
-      } while (n < 0 && net::is_interrupted(net::last_error()));
-      if (n == 0) {
-        net::close_socket(fd);
-        code = rc_timed_out;
-        text = "no connection within the time-out";
-        return -1;
-      }
-      error = n < 0 ? net::last_error() : net::pending_error(fd);
-    }
-  }
-  if (error != 0) {
-    net::close_socket(fd);
-    code = net::is_refused(error) ? rc_unreachable : rc_failed;
-    text = "cannot connect: " + net::error_text(error);
-    return -1;
-  }
-  // Round trips are small request/reply exchanges: send each at once.
-  net::set_no_delay(fd);
-  return fd;
+packet error_reply(const packet& request, const std::string& text) {
+  return error_reply(request.get_command(), text);
+}
+
+std::int64_t deadline_after(unsigned seconds) {
+  return detail::now_ms() + static_cast<std::int64_t>(seconds) * 1000;
 }
 
 }  // namespace
 
 connection::connection(handler* h) : handler_(h) {}
 
-connection::~connection() { close(); }
+connection::~connection() {
+  watcher_ = nullptr;
+  reset_link();
+}
+
+std::int64_t connection::now_ms() noexcept { return detail::now_ms(); }
+
+void connection::notify_watcher() {
+  const bool want_write = fd_ >= 0 && wants_write();
+  if (fd_ == watched_fd_ && want_write == watched_write_) return;
+  watched_fd_ = fd_;
+  watched_write_ = want_write;
+  if (watcher_) watcher_->watch_changed(fd_, want_write);
+}
 
 result_code connection::connect(const std::string& host, const std::string& port,
                                 unsigned timeout_seconds) {
@@ -92,155 +76,162 @@ result_code connection::connect(const std::string& host, const std::string& port
     handler_->status(rc_connected, "already connected", true);
     return rc_connected;
   }
-  std::string text;
-  result_code code = attempt(host, port, timeout_seconds, text);
-  const std::string where = host + ":" + port;
+  if (is_connecting()) return rc_in_progress;
+  attempt_where_ = host + ":" + port;
+  attempt_deadline_ms_ = deadline_after(timeout_seconds);
+  last_code_ = rc_failed;
+  last_failure_ = "no address to connect to";
+  std::string resolve_error;
+  if (detail::resolve(host, port, addresses_, resolve_error) != 0) {
+    finish_attempt(rc_bad_address, "cannot resolve " + attempt_where_ + ": " + resolve_error);
+    return rc_bad_address;
+  }
+  next_address_ = 0;
+  state_ = link_state::connecting;
+  const std::uint64_t serial = link_serial_;
+  connect_next();
+  if (link_serial_ != serial || state_ == link_state::idle) return last_code_;
+  return rc_in_progress;
+}
+
+void connection::connect_next() {
+  while (next_address_ < addresses_.size()) {
+    int error = 0;
+    const int fd = detail::start_connect(addresses_[next_address_++], error);
+    if (fd >= 0) {
+      fd_ = fd;
+      reader_.clear();
+      outbox_.clear();
+      out_pos_ = 0;
+      notify_watcher();
+      return;
+    }
+    last_code_ = detail::is_refusal(error) ? rc_unreachable : rc_failed;
+    last_failure_ = "cannot connect: " + detail::errno_text(error);
+  }
+  finish_attempt(last_code_, last_failure_);
+}
+
+void connection::tcp_connected() {
+  const int error = detail::connect_error(fd_);
+  if (error != 0) {
+    last_code_ = detail::is_refusal(error) ? rc_unreachable : rc_failed;
+    last_failure_ = "cannot connect: " + detail::errno_text(error);
+    detail::close_socket(fd_);
+    fd_ = -1;
+    notify_watcher();
+    connect_next();
+    return;
+  }
+  if (detail::is_self_connection(fd_)) {
+    // Nothing listens there and the kernel chose the dialled port as our
+    // own: what we would read back is our own hello.
+    finish_attempt(rc_unreachable,
+                   "cannot connect: the connection reached itself (nothing listens there)");
+    return;
+  }
+  state_ = link_state::hello;
+  peer_name_.clear();
+  peer_version_ = 0;
+  queue(vxnet::vxp::make_hello(client_name));
+  if (flush()) notify_watcher();
+}
+
+void connection::finish_attempt(result_code code, const std::string& text) {
+  const std::string where = attempt_where_;
+  addresses_.clear();
+  next_address_ = 0;
   if (code == rc_connected) {
+    state_ = link_state::up;
+    notify_watcher();
     report(vxbase::sev_info, vxcore::kind::network,
            "connected to client proxy at " + where + " (" + peer_name_ + ")");
   } else {
+    // Nothing can be waiting before a link is up.
+    reset_link();
     report(code == rc_wrong_protocol ? vxbase::sev_info : vxbase::sev_debug,
            code == rc_wrong_protocol || code == rc_bad_peer ? vxcore::kind::protocol
                                                             : vxcore::kind::network,
            "cannot connect to client proxy at " + where + ": " + text);
   }
+  last_code_ = code;
+  const std::uint64_t serial = link_serial_;
   const bool keep = handler_->status(code, text, code == rc_connected);
-  if (code == rc_connected && !keep) {
-    close();
-    return rc_declined;
+  if (code != rc_connected || link_serial_ != serial) return;
+  if (!keep) {
+    reset_link();
+    return;
   }
   // Packets that came right behind the hello wait in the reader.
-  if (code == rc_connected) process_frames();
-  return code;
+  process_frames();
 }
 
-result_code connection::attempt(const std::string& host, const std::string& port,
-                                unsigned timeout_seconds, std::string& text) {
-  const std::int64_t deadline =
-      detail::now_ms() + static_cast<std::int64_t>(timeout_seconds) * 1000;
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* list = nullptr;
-  if (const int rc = ::getaddrinfo(host.c_str(), port.c_str(), &hints, &list); rc != 0) {
-    text = "cannot resolve " + host + ":" + port + ": " + ::gai_strerror(rc);
-    return rc_bad_address;
-  }
-  result_code code = rc_failed;
-  text = "no address to connect to";
-  int fd = -1;
-  for (const addrinfo* ai = list; ai != nullptr && fd < 0; ai = ai->ai_next) {
-    fd = connect_one(*ai, deadline, code, text);
-    if (code == rc_timed_out) break;
-  }
-  ::freeaddrinfo(list);
-  if (fd < 0) return code;
-
-  fd_ = fd;
-  reader_.clear();
-  outbox_.clear();
-  out_pos_ = 0;
-  abandoned_.clear();
-  peer_name_.clear();
-  peer_version_ = 0;
-  queue(vxnet::vxp::make_hello(client_name));
-  code = await_hello(deadline, text);
-  if (code != rc_connected) close();
-  return code;
-}
-
-result_code connection::await_hello(std::int64_t deadline, std::string& text) {
-  char chunk[read_chunk];
-  for (;;) {
-    try {
-      if (auto body = reader_.next()) {
-        const message m = vxnet::vxp::decode_message(*body);
-        if (m.kind != message_kind::hello) {
-          text = "the proxy sent a packet before its hello";
-          return rc_bad_peer;
-        }
-        peer_name_ = m.peer;
-        peer_version_ = m.version;
-        if (m.version != vxnet::vxp::protocol_version) {
-          text = "the proxy speaks protocol version " + std::to_string(m.version) +
-                 ", this client version " + std::to_string(vxnet::vxp::protocol_version);
-          return rc_wrong_protocol;
-        }
-        text = "connected";
-        return rc_connected;
-      }
-    } catch (const vxnet::vxp::protocol_error& e) {
-      text = std::string("the peer does not speak vxp: ") + e.what();
-      return rc_bad_peer;
+void connection::read_hello() {
+  try {
+    auto body = reader_.next();
+    if (!body) return;
+    const message m = vxnet::vxp::decode_message(*body);
+    if (m.kind != message_kind::hello) {
+      finish_attempt(rc_bad_peer, "the proxy sent a packet before its hello");
+      return;
     }
-    namespace net = vxbase::net;
-    pollfd p = net::watch(fd_, static_cast<short>(POLLIN | (io_wants_write() ? POLLOUT : 0)));
-    const int n = net::poll(&p, 1, detail::remaining_ms(deadline));
-    if (n < 0 && net::is_interrupted(net::last_error())) continue;
-    if (n == 0) {
-      text = "no hello from the proxy within the time-out";
-      return rc_timed_out;
+    peer_name_ = m.peer;
+    peer_version_ = m.version;
+    if (m.peer == client_name) {
+      finish_attempt(rc_unreachable,
+                     "cannot connect: the peer is this client library itself, not the proxy");
+      return;
     }
-    if (n < 0) {
-      text = "poll failed: " + net::error_text(net::last_error());
-      return rc_failed;
+    if (m.version != vxnet::vxp::protocol_version) {
+      finish_attempt(rc_wrong_protocol, "the proxy speaks protocol version " +
+                                            std::to_string(m.version) + ", this client version " +
+                                            std::to_string(vxnet::vxp::protocol_version));
+      return;
     }
-    if ((p.revents & POLLOUT) && !flush()) {
-      text = "cannot send the hello";
-      return rc_failed;
-    }
-    if (p.revents & (POLLIN | POLLHUP | POLLERR)) {
-      const long got = net::recv_some(fd_, chunk, sizeof chunk);
-      if (got == 0) {
-        text = "the proxy closed the connection during the hello";
-        return rc_bad_peer;
-      }
-      if (got < 0) {
-        const int error = net::last_error();
-        if (net::is_transient(error)) continue;
-        text = "read failed during the hello: " + net::error_text(error);
-        return net::is_refused(error) ? rc_unreachable : rc_failed;
-      }
-      reader_.feed(chunk, static_cast<std::size_t>(got));
-    }
+    finish_attempt(rc_connected, "connected");
+  } catch (const vxnet::vxp::protocol_error& e) {
+    finish_attempt(rc_bad_peer, std::string("the peer does not speak vxp: ") + e.what());
   }
 }
 
-packet connection::send_sync(const packet& request, unsigned timeout_seconds) {
-  if (!is_connected()) return error_reply(request, error_not_connected);
-  const std::uint64_t id = next_id_++;
+connection::request_id connection::send_async(const packet& request, unsigned timeout_seconds,
+                                              reply_callback callback) {
+  if (!is_connected()) {
+    callback(error_reply(request, error_not_connected));
+    return 0;
+  }
+  const request_id id = next_id_++;
+  if (out_pos_ == outbox_.size()) {
+    outbox_.clear();
+    out_pos_ = 0;
+  }
+  const std::size_t before = outbox_.size();
   try {
     queue(vxnet::vxp::make_request(id, request));
   } catch (const vxnet::vxp::protocol_error& e) {
-    return error_reply(request, std::string("cannot send the command: ") + e.what());
+    callback(error_reply(request, std::string(error_cannot_send) + e.what()));
+    return 0;
   }
-  const std::uint64_t serial = link_serial_;
-  waiting_.insert(id);
-  const std::int64_t deadline =
-      detail::now_ms() + static_cast<std::int64_t>(timeout_seconds) * 1000;
-  flush();
-  for (;;) {
-    if (auto it = replies_.find(id); it != replies_.end()) {
-      packet reply = std::move(it->second);
-      replies_.erase(it);
-      waiting_.erase(id);
-      return reply;
-    }
-    if (link_serial_ != serial || !is_connected()) {
-      waiting_.erase(id);
-      return error_reply(request, error_lost);
-    }
-    const int left = detail::remaining_ms(deadline);
-    if (left == 0) {
-      waiting_.erase(id);
-      abandon(id);
-      report(vxbase::sev_info, vxcore::kind::network,
-             "no reply to \"" + request.get_command() + "\" (request " + std::to_string(id) +
-                 ") within " + std::to_string(timeout_seconds) + " s");
-      return error_reply(request, error_timed_out);
-    }
-    wait(static_cast<unsigned>(left));
+  if (outbox_.size() - out_pos_ > max_outbox_bytes) {
+    outbox_.resize(before);
+    callback(error_reply(request, std::string(error_cannot_send) +
+                                      "the queue of commands to the client proxy is full"));
+    return 0;
   }
+  const std::int64_t deadline = deadline_after(timeout_seconds);
+  waiting_.emplace(
+      id, waiting_command{request.get_command(), deadline, timeout_seconds, std::move(callback)});
+  deadlines_.emplace(deadline, id);
+  if (flush()) notify_watcher();
+  return id;
+}
+
+void connection::forget(request_id id) {
+  const auto it = waiting_.find(id);
+  if (it == waiting_.end()) return;
+  deadlines_.erase({it->second.deadline_ms, id});
+  waiting_.erase(it);
+  abandon(id);
 }
 
 bool connection::send_notice(const packet& notice) {
@@ -252,34 +243,44 @@ bool connection::send_notice(const packet& notice) {
            std::string("cannot send a notice: ") + e.what());
     return false;
   }
-  return flush();
+  if (!flush()) return false;
+  notify_watcher();
+  return true;
 }
 
-void connection::close() noexcept {
-  if (fd_ < 0) return;
-  vxbase::net::close_socket(fd_);
+void connection::close() {
+  auto waiting = reset_link();
+  for (auto& [id, w] : waiting) w.callback(error_reply(w.command, error_lost));
+}
+
+std::unordered_map<connection::request_id, connection::waiting_command>
+connection::reset_link() noexcept {
+  if (fd_ >= 0) detail::close_socket(fd_);
   fd_ = -1;
-  reset_link();
-}
-
-void connection::reset_link() noexcept {
+  state_ = link_state::idle;
   reader_.clear();
   outbox_.clear();
   out_pos_ = 0;
-  replies_.clear();
+  auto waiting = std::move(waiting_);
   waiting_.clear();
+  deadlines_.clear();
   abandoned_.clear();
   ++link_serial_;
+  notify_watcher();
+  return waiting;
 }
 
 void connection::drop(const std::string& reason, bool error) {
-  if (fd_ < 0) return;
-  vxbase::net::close_socket(fd_);
-  fd_ = -1;
-  reset_link();
+  if (state_ != link_state::up) {
+    // During an attempt a failure ends the attempt instead.
+    if (is_connecting()) finish_attempt(error ? rc_failed : rc_bad_peer, reason);
+    return;
+  }
+  auto waiting = reset_link();
   report(vxbase::sev_info, error ? vxcore::kind::protocol : vxcore::kind::network,
          "link to client proxy lost: " + reason);
   handler_->disconnected(reason, error);
+  for (auto& [id, w] : waiting) w.callback(error_reply(w.command, error_lost));
 }
 
 void connection::queue(const message& m) {
@@ -292,13 +293,13 @@ void connection::queue(const message& m) {
 
 bool connection::flush() {
   while (fd_ >= 0 && out_pos_ < outbox_.size()) {
-    namespace net = vxbase::net;
-    const long sent = net::send_some(fd_, outbox_.data() + out_pos_, outbox_.size() - out_pos_);
+    int error = 0;
+    const long sent =
+        detail::transmit(fd_, outbox_.data() + out_pos_, outbox_.size() - out_pos_, error);
     if (sent < 0) {
-      const int error = net::last_error();
-      if (net::is_interrupted(error)) continue;
-      if (net::is_transient(error)) return true;
-      drop("write failed: " + net::error_text(error), true);
+      if (detail::is_interrupted(error)) continue;
+      if (detail::would_block(error)) return true;
+      drop("write failed: " + detail::errno_text(error), true);
       return false;
     }
     out_pos_ += static_cast<std::size_t>(sent);
@@ -309,28 +310,82 @@ bool connection::flush() {
   return true;
 }
 
-void connection::io_writable() { flush(); }
+void connection::on_writable() {
+  if (state_ == link_state::connecting) {
+    tcp_connected();
+    return;
+  }
+  if (flush()) notify_watcher();
+}
 
-void connection::io_readable() {
+void connection::on_readable() {
+  if (state_ == link_state::connecting) {
+    // A refused connection reports itself as readable too.
+    tcp_connected();
+    return;
+  }
+  if (fd_ < 0) return;
+  const std::uint64_t serial = link_serial_;
   char chunk[read_chunk];
   for (int i = 0; i < max_reads_per_event && fd_ >= 0; ++i) {
-    namespace net = vxbase::net;
-    const long got = net::recv_some(fd_, chunk, sizeof chunk);
+    int error = 0;
+    const long got = detail::receive(fd_, chunk, sizeof chunk, error);
     if (got == 0) {
-      drop("the proxy closed the connection", false);
+      if (state_ == link_state::hello)
+        finish_attempt(rc_bad_peer, "the proxy closed the connection during the hello");
+      else
+        drop("the proxy closed the connection", false);
       return;
     }
     if (got < 0) {
-      const int error = net::last_error();
-      if (net::is_interrupted(error)) continue;
-      if (net::is_transient(error)) break;
-      drop("read failed: " + net::error_text(error), true);
+      if (detail::is_interrupted(error)) continue;
+      if (detail::would_block(error)) break;
+      if (state_ == link_state::hello)
+        finish_attempt(detail::is_refusal(error) ? rc_unreachable : rc_failed,
+                       "read failed during the hello: " + detail::errno_text(error));
+      else
+        drop("read failed: " + detail::errno_text(error), true);
       return;
     }
     reader_.feed(chunk, static_cast<std::size_t>(got));
     if (static_cast<std::size_t>(got) < sizeof chunk) break;
   }
-  process_frames();
+  if (state_ == link_state::hello) {
+    read_hello();
+    return;
+  }
+  if (link_serial_ == serial) process_frames();
+}
+
+std::int64_t connection::next_deadline_ms() const noexcept {
+  std::int64_t next = -1;
+  if (is_connecting()) next = attempt_deadline_ms_;
+  if (!deadlines_.empty() && (next < 0 || deadlines_.begin()->first < next))
+    next = deadlines_.begin()->first;
+  return next;
+}
+
+void connection::run_timers() {
+  const std::int64_t now = detail::now_ms();
+  if (is_connecting() && now >= attempt_deadline_ms_) {
+    finish_attempt(rc_timed_out, state_ == link_state::hello
+                                     ? "no hello from the proxy within the time-out"
+                                     : "no connection within the time-out");
+  }
+  while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+    const request_id id = deadlines_.begin()->second;
+    deadlines_.erase(deadlines_.begin());
+    auto it = waiting_.find(id);
+    if (it == waiting_.end()) continue;
+    waiting_command w = std::move(it->second);
+    waiting_.erase(it);
+    abandon(id);
+    report(vxbase::sev_info, vxcore::kind::network,
+           "no reply to \"" + w.command + "\" (request " + std::to_string(id) + ") within " +
+               std::to_string(w.timeout_seconds) + " s");
+    // The callback may send, time out or drop further commands.
+    w.callback(error_reply(w.command, error_timed_out));
+  }
 }
 
 void connection::process_frames() {
@@ -339,8 +394,6 @@ void connection::process_frames() {
     while (link_serial_ == serial) {
       auto body = reader_.next();
       if (!body) return;
-      // Decoded into its own value before dispatch: a handler may run a
-      // nested send_sync that feeds the reader and moves its buffer.
       dispatch(vxnet::vxp::decode_message(*body));
     }
   } catch (const vxnet::vxp::protocol_error& e) {
@@ -352,9 +405,13 @@ void connection::dispatch(message&& m) {
   switch (m.kind) {
     case message_kind::hello:
       throw vxnet::vxp::protocol_error("a second hello on a live link");
-    case message_kind::reply:
-      if (waiting_.count(m.id) != 0) {
-        replies_.insert_or_assign(m.id, std::move(m.body));
+    case message_kind::reply: {
+      auto it = waiting_.find(m.id);
+      if (it != waiting_.end()) {
+        waiting_command w = std::move(it->second);
+        deadlines_.erase({w.deadline_ms, m.id});
+        waiting_.erase(it);
+        w.callback(m.body);
       } else if (abandoned_.erase(m.id) != 0) {
         report(vxbase::sev_debug, vxcore::kind::network,
                "late reply to request " + std::to_string(m.id) + " dropped");
@@ -362,9 +419,11 @@ void connection::dispatch(message&& m) {
         throw vxnet::vxp::protocol_error("reply to unknown request " + std::to_string(m.id));
       }
       return;
+    }
     case message_kind::request: {
       packet out(vxnet::vxp::type_reply, m.body.get_command());
       bool handled = false;
+      const std::uint64_t serial = link_serial_;
       try {
         handled = handler_->handle(m.body, out);
       } catch (const std::exception& e) {
@@ -372,14 +431,14 @@ void connection::dispatch(message&& m) {
         handled = true;
       }
       if (!handled) out = error_reply(m.body, "command not handled by this client");
-      if (!is_connected()) return;  // the handler's own calls lost the link
+      if (!is_connected() || link_serial_ != serial) return;  // the handler's calls lost the link
       try {
         queue(vxnet::vxp::make_reply(m.id, std::move(out)));
       } catch (const vxnet::vxp::protocol_error& e) {
         queue(vxnet::vxp::make_reply(
             m.id, error_reply(m.body, std::string("cannot send the reply: ") + e.what())));
       }
-      flush();
+      if (flush()) notify_watcher();
       return;
     }
     case message_kind::notice: {
@@ -395,7 +454,7 @@ void connection::dispatch(message&& m) {
   }
 }
 
-void connection::abandon(std::uint64_t id) {
+void connection::abandon(request_id id) {
   abandoned_.insert(id);
   // Ids grow, so the first is the oldest.
   if (abandoned_.size() > max_abandoned_requests) abandoned_.erase(abandoned_.begin());

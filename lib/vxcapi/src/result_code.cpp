@@ -21,6 +21,8 @@ const char* c_str(result_code code) noexcept {
       return "not a vxp peer";
     case rc_declined:
       return "declined";
+    case rc_in_progress:
+      return "in progress";
   }
   return "unknown";
 }

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "hex_digits.h"
+
 namespace vxcore {
 
 namespace {
@@ -20,13 +22,6 @@ const T* as(const property& p) {
 }
 
 char hex_digit(unsigned v) { return "0123456789abcdef"[v & 0xf]; }
-
-int hex_value(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 }  // namespace
 
@@ -55,7 +50,7 @@ std::optional<property_uuid::bytes> property_uuid::parse(std::string_view text) 
       if (text[i] != '-') return std::nullopt;
       continue;
     }
-    const int v = hex_value(text[i]);
+    const int v = detail::hex_value(text[i]);
     if (v < 0) return std::nullopt;
     out[digit / 2] = static_cast<std::uint8_t>(out[digit / 2] | (v << ((digit % 2) ? 0 : 4)));
     ++digit;

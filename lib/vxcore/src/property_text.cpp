@@ -9,6 +9,8 @@
 
 #include <vxcore/property_values.h>
 
+#include "hex_digits.h"
+
 namespace vxcore {
 
 namespace {
@@ -32,13 +34,6 @@ template <typename T>
 bool read_number(std::string_view s, T& out) {
   const auto r = std::from_chars(s.data(), s.data() + s.size(), out);
   return r.ec == std::errc() && r.ptr == s.data() + s.size();
-}
-
-int hex_value(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
 }
 
 }  // namespace
@@ -120,8 +115,8 @@ property_ptr property_from_text(int kind, std::string_view raw) {
       std::vector<std::uint8_t> bytes;
       bytes.reserve(text.size() / 2);
       for (std::size_t i = 0; i < text.size(); i += 2) {
-        const int hi = hex_value(text[i]);
-        const int lo = hex_value(text[i + 1]);
+        const int hi = detail::hex_value(text[i]);
+        const int lo = detail::hex_value(text[i + 1]);
         if (hi < 0 || lo < 0) return nullptr;
         bytes.push_back(static_cast<std::uint8_t>(hi * 16 + lo));
       }

@@ -1,5 +1,6 @@
 // Internal: the msgpack form of property trees, shared by the property and
-// message codecs of the wire form.
+// message codecs of the wire form: written with msgpack-cxx's packer, read
+// straight into properties by msgpack_reader.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +10,8 @@
 #include <msgpack.hpp>
 
 #include <vxcore/property.h>
+
+#include "msgpack_reader.h"
 
 namespace vxnet::vxp::detail {
 
@@ -38,14 +41,13 @@ class writer {
 // ever sent.
 void pack_property(writer& w, const vxcore::property* value, std::size_t depth = 0);
 
-// Builds the property a msgpack object stands for. Throws protocol_error
-// when the object is not a well-formed property encoding.
-vxcore::property_ptr unpack_property(const msgpack::object& o, std::size_t depth = 0);
+// Decodes the next value of r as a property (null allowed), charging what
+// it makes to budget. Throws protocol_error when the bytes are not a
+// well-formed property encoding or the budget is spent.
+vxcore::property_ptr unpack_property(msgpack_reader& r, decode_budget& budget,
+                                     std::size_t depth = 0);
 
-// Parses bytes as exactly one msgpack object under the limits of the wire
-// form. Strings and byte strings of the object point into bytes, and its
-// containers live in zone: both must outlive the object. Throws
-// protocol_error on malformed or trailing bytes.
-msgpack::object parse_object(std::string_view bytes, msgpack::zone& zone);
+// Throws protocol_error when r has bytes left after the value.
+void expect_end(const msgpack_reader& r);
 
 }  // namespace vxnet::vxp::detail

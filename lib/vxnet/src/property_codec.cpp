@@ -1,6 +1,7 @@
 // The msgpack form of every property kind: a null pointer is nil, any value
 // is an array [kind, value...]; maps carry their flag before the entries.
 #include "msgpack_codec.h"
+#include "msgpack_reader.h"
 
 #include <cstdint>
 #include <cstring>
@@ -30,37 +31,47 @@ void pack_bytes(msgpack::packer<string_stream>& pk, const std::uint8_t* data, st
   pk.pack_bin_body(reinterpret_cast<const char*>(data), static_cast<std::uint32_t>(size));
 }
 
-std::int64_t as_int64(const msgpack::object& o, const char* what) {
-  if (o.type == msgpack::type::POSITIVE_INTEGER) {
-    if (o.via.u64 > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+using item = msgpack_item;
+using item_type = msgpack_item::type;
+
+std::int64_t as_int64(const item& o, const char* what) {
+  if (o.t == item_type::uint) {
+    if (o.uint > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
       fail(std::string(what) + " out of the 64-bit signed range");
-    return static_cast<std::int64_t>(o.via.u64);
+    return static_cast<std::int64_t>(o.uint);
   }
-  if (o.type == msgpack::type::NEGATIVE_INTEGER) return o.via.i64;
+  if (o.t == item_type::nint) return o.nint;
   fail(std::string(what) + " is not an integer");
 }
 
-std::uint32_t as_uint32(const msgpack::object& o, const char* what) {
-  if (o.type != msgpack::type::POSITIVE_INTEGER || o.via.u64 > 0xffffffffu)
+std::uint32_t as_uint32(const item& o, const char* what) {
+  if (o.t != item_type::uint || o.uint > 0xffffffffu)
     fail(std::string(what) + " is not a 32-bit unsigned integer");
-  return static_cast<std::uint32_t>(o.via.u64);
+  return static_cast<std::uint32_t>(o.uint);
 }
 
-std::string as_text(const msgpack::object& o, const char* what) {
-  if (o.type != msgpack::type::STR) fail(std::string(what) + " is not a string");
-  return std::string(o.via.str.ptr, o.via.str.size);
+std::string_view as_text(const item& o, const char* what) {
+  if (o.t != item_type::str) fail(std::string(what) + " is not a string");
+  return o.bytes;
 }
 
-const msgpack::object_bin& as_bin(const msgpack::object& o, const char* what) {
-  if (o.type != msgpack::type::BIN) fail(std::string(what) + " is not a byte string");
-  return o.via.bin;
+std::string_view as_bin(const item& o, const char* what) {
+  if (o.t != item_type::bin) fail(std::string(what) + " is not a byte string");
+  return o.bytes;
 }
 
-void expect_size(const msgpack::object_array& a, std::uint32_t size, const char* kind) {
-  if (a.size != size)
-    fail(std::string(kind) + " value has " + std::to_string(a.size) + " fields, expected " +
+void expect_size(const item& a, std::uint32_t size, const char* kind) {
+  if (a.count != size)
+    fail(std::string(kind) + " value has " + std::to_string(a.count) + " fields, expected " +
          std::to_string(size));
 }
+
+// Estimated bytes of what decoding makes, charged to the budget: a property
+// object with its allocation, a list slot, a map entry (its tree node with
+// the key's string) and the bytes of texts and keys.
+constexpr std::size_t property_cost = 48;
+constexpr std::size_t slot_cost = sizeof(vxcore::property_ptr);
+constexpr std::size_t entry_cost = 80;
 
 }  // namespace
 
@@ -149,114 +160,106 @@ void pack_property(writer& w, const property* value, std::size_t depth) {
                        " cannot be sent");
 }
 
-vxcore::property_ptr unpack_property(const msgpack::object& o, std::size_t depth) {
-  if (o.type == msgpack::type::NIL) return nullptr;
-  if (o.type != msgpack::type::ARRAY || o.via.array.size < 2)
+vxcore::property_ptr unpack_property(msgpack_reader& r, decode_budget& budget, std::size_t depth) {
+  const item a = r.next();
+  if (a.t == item_type::nil) return nullptr;
+  if (a.t != item_type::array || a.count < 2)
     fail("a value is neither nil nor a [kind, value] array");
   if (depth >= max_property_depth)
     fail("nested deeper than " + std::to_string(max_property_depth) + " levels");
-  const auto& a = o.via.array;
-  const std::uint32_t kind = as_uint32(a.ptr[0], "kind");
-  const msgpack::object& v = a.ptr[1];
+  const std::uint32_t kind = as_uint32(r.next(), "kind");
+  budget.charge(property_cost);
   switch (kind) {
     case vxcore::kind_uuid: {
       expect_size(a, 2, "uuid");
-      const auto& bin = as_bin(v, "uuid");
+      const auto bin = as_bin(r.next(), "uuid");
       vxcore::property_uuid::bytes bytes{};
-      if (bin.size != bytes.size()) fail("uuid is not 16 bytes");
-      std::copy(bin.ptr, bin.ptr + bin.size, bytes.begin());
+      if (bin.size() != bytes.size()) fail("uuid is not 16 bytes");
+      std::copy(bin.begin(), bin.end(), bytes.begin());
       return vxbase::make_refcount<vxcore::property_uuid>(bytes);
     }
-    case vxcore::kind_string:
+    case vxcore::kind_string: {
       expect_size(a, 2, "string");
-      return vxbase::make_refcount<vxcore::property_string>(as_text(v, "string"));
-    case vxcore::kind_path:
+      const auto text = as_text(r.next(), "string");
+      budget.charge(text.size());
+      return vxbase::make_refcount<vxcore::property_string>(std::string(text));
+    }
+    case vxcore::kind_path: {
       expect_size(a, 2, "path");
-      return vxbase::make_refcount<vxcore::property_path>(as_text(v, "path"));
+      const auto text = as_text(r.next(), "path");
+      budget.charge(text.size());
+      return vxbase::make_refcount<vxcore::property_path>(std::string(text));
+    }
     case vxcore::kind_binary: {
       expect_size(a, 2, "binary");
-      const auto& bin = as_bin(v, "binary");
-      return vxbase::make_refcount<vxcore::property_binary>(bin.ptr, bin.size);
+      const auto bin = as_bin(r.next(), "binary");
+      budget.charge(bin.size());
+      return vxbase::make_refcount<vxcore::property_binary>(bin.data(), bin.size());
     }
-    case vxcore::kind_bool:
+    case vxcore::kind_bool: {
       expect_size(a, 2, "bool");
-      if (v.type != msgpack::type::BOOLEAN) fail("bool is not a boolean");
-      return vxbase::make_refcount<vxcore::property_bool>(v.via.boolean);
+      const item v = r.next();
+      if (v.t != item_type::boolean) fail("bool is not a boolean");
+      return vxbase::make_refcount<vxcore::property_bool>(v.boolean);
+    }
     case vxcore::kind_int:
       expect_size(a, 2, "int");
-      return vxbase::make_refcount<vxcore::property_int>(as_int64(v, "int"));
+      return vxbase::make_refcount<vxcore::property_int>(as_int64(r.next(), "int"));
     case vxcore::kind_time:
       expect_size(a, 2, "time");
-      return vxbase::make_refcount<vxcore::property_time>(as_int64(v, "time"));
-    case vxcore::kind_real:
+      return vxbase::make_refcount<vxcore::property_time>(as_int64(r.next(), "time"));
+    case vxcore::kind_real: {
       expect_size(a, 2, "real");
-      if (v.type != msgpack::type::FLOAT64 && v.type != msgpack::type::FLOAT32)
-        fail("real is not a float");
-      return vxbase::make_refcount<vxcore::property_real>(v.via.f64);
+      const item v = r.next();
+      if (v.t != item_type::float64 && v.t != item_type::float32) fail("real is not a float");
+      return vxbase::make_refcount<vxcore::property_real>(v.real);
+    }
     case vxcore::kind_list: {
       expect_size(a, 2, "list");
-      if (v.type != msgpack::type::ARRAY) fail("list items are not an array");
+      const item v = r.next();
+      if (v.t != item_type::array) fail("list items are not an array");
+      budget.charge(std::size_t{v.count} * slot_cost);
       std::vector<vxcore::property_ptr> items;
-      items.reserve(v.via.array.size);
-      for (std::uint32_t i = 0; i < v.via.array.size; ++i)
-        items.push_back(unpack_property(v.via.array.ptr[i], depth + 1));
+      items.reserve(v.count);
+      for (std::uint32_t i = 0; i < v.count; ++i)
+        items.push_back(unpack_property(r, budget, depth + 1));
       return vxbase::make_refcount<vxcore::property_list>(std::move(items));
     }
     case vxcore::kind_properties: {
       expect_size(a, 3, "properties");
-      if (v.type != msgpack::type::BOOLEAN) fail("properties flag is not a boolean");
-      const msgpack::object& entries = a.ptr[2];
-      if (entries.type != msgpack::type::MAP) fail("properties entries are not a map");
-      auto map = vxbase::make_refcount<vxcore::properties>(v.via.boolean);
-      for (std::uint32_t i = 0; i < entries.via.map.size; ++i) {
-        const auto& kv = entries.via.map.ptr[i];
+      const item flag = r.next();
+      if (flag.t != item_type::boolean) fail("properties flag is not a boolean");
+      const item entries = r.next();
+      if (entries.t != item_type::map) fail("properties entries are not a map");
+      auto map = vxbase::make_refcount<vxcore::properties>(flag.boolean);
+      for (std::uint32_t i = 0; i < entries.count; ++i) {
+        const auto key = as_text(r.next(), "properties key");
+        budget.charge(entry_cost + key.size());
         const std::size_t before = map->size();
-        vxcore::property_ptr& slot = (*map)[as_text(kv.key, "properties key")];
+        vxcore::property_ptr& slot = (*map)[std::string(key)];
         if (map->size() == before)
-          fail("properties key \"" + as_text(kv.key, "") + "\" appears twice");
-        slot = unpack_property(kv.val, depth + 1);
+          fail("properties key \"" + std::string(key) + "\" appears twice");
+        slot = unpack_property(r, budget, depth + 1);
       }
       return map;
     }
     case vxcore::kind_version: {
       expect_size(a, 2, "version");
-      if (v.type != msgpack::type::ARRAY || v.via.array.size != 4)
-        fail("version is not an array of 4 numbers");
-      const auto* p = v.via.array.ptr;
-      return vxbase::make_refcount<vxcore::property_version>(
-          as_uint32(p[0], "version part"), as_uint32(p[1], "version part"),
-          as_uint32(p[2], "version part"), as_uint32(p[3], "version part"));
+      const item v = r.next();
+      if (v.t != item_type::array || v.count != 4) fail("version is not an array of 4 numbers");
+      std::uint32_t parts[4];
+      for (auto& part : parts) part = as_uint32(r.next(), "version part");
+      return vxbase::make_refcount<vxcore::property_version>(parts[0], parts[1], parts[2],
+                                                             parts[3]);
     }
     default:
       fail("unknown kind " + std::to_string(kind));
   }
 }
 
-msgpack::object parse_object(std::string_view bytes, msgpack::zone& zone) {
-  // Every declared item takes at least one byte, so no honest container
-  // declares more items than the bytes there are.
-  const std::size_t items = std::min(bytes.size(), max_container_items);
-  // A property level is two msgpack levels (the [kind, value] array and the
-  // container inside it); the message envelope adds two more.
-  const msgpack::unpack_limit limit(items, items, bytes.size(), bytes.size(), 0,
-                                    2 * max_property_depth + 4);
-  // Texts and bytes are referred to in place, not copied into the zone: the
-  // decoder copies each once, into its property.
-  const auto in_place = [](msgpack::type::object_type, std::size_t, void*) { return true; };
-  std::size_t offset = 0;
-  msgpack::object object;
-  try {
-    object = msgpack::unpack(zone, bytes.data(), bytes.size(), offset, in_place, nullptr, limit);
-  } catch (const msgpack::insufficient_bytes&) {
-    throw protocol_error("truncated msgpack data");
-  } catch (const std::bad_alloc&) {
-    throw protocol_error("msgpack data too large to hold");
-  } catch (const std::exception& e) {
-    throw protocol_error(std::string("malformed msgpack data (") + e.what() + ")");
-  }
-  if (offset != bytes.size())
-    throw protocol_error(std::to_string(bytes.size() - offset) + " stray bytes after the data");
-  return object;
+void expect_end(const msgpack_reader& r) {
+  if (!r.at_end())
+    throw protocol_error(std::to_string(r.remaining()) + " stray bytes after the data");
 }
 
 }  // namespace detail
@@ -269,8 +272,11 @@ std::string encode_property(const vxcore::property_ptr& value) {
 }
 
 vxcore::property_ptr decode_property(std::string_view bytes) {
-  msgpack::zone zone;
-  return detail::unpack_property(detail::parse_object(bytes, zone));
+  detail::msgpack_reader r(bytes);
+  detail::decode_budget budget(bytes.size());
+  vxcore::property_ptr value = detail::unpack_property(r, budget);
+  detail::expect_end(r);
+  return value;
 }
 
 }  // namespace vxnet::vxp

@@ -1,13 +1,11 @@
-// XmlRpcDispatch: one poll per pass over the watched sources (through the
-// socket layer: poll() or WSAPoll()); handlers return the mask to watch next.
+// XmlRpcDispatch: one wait per pass over every watched source; handlers
+// return the mask to watch next.
 #include "xmlrpc/XmlRpcDispatch.h"
 
 #include <chrono>
 #include <cmath>
-#include <unordered_map>
-#include <vector>
 
-#include "xmlrpc/XmlRpcSocket.h"
+#include "XmlRpcPoller.h"
 #include "xmlrpc/XmlRpcSource.h"
 #include "xmlrpc/XmlRpcUtil.h"
 
@@ -15,87 +13,57 @@ namespace XmlRpc {
 
 namespace {
 
-// A set watches at most this many descriptors per pass, the size of the
-// Windows descriptor set the engine was designed around. Further sockets
-// wait for a later pass; the server depends on this bound staying the same
-// on every platform.
-constexpr int kMaxDescriptorsPerSet = 64;
-
 // Mask a pass starts from: AND-ing the handlers' masks into it leaves it
 // unchanged when no handler ran.
 constexpr unsigned kAllEvents = 0xFFFFFFFFu;
 
-// The poll bit of each of the three sets.
-constexpr unsigned kSetBits[3] = {XmlRpcSocket::PollIn, XmlRpcSocket::PollOut,
-                                  XmlRpcSocket::PollPri};
+// Seconds to whole milliseconds, rounded up so that a short positive wait
+// does not become a busy poll.
+int toMilliseconds(double seconds) {
+  if (seconds <= 0.0) return 0;
+  constexpr double kMaxWaitMs = 24.0 * 3600.0 * 1000.0;  // far beyond any budget
+  return static_cast<int>(std::ceil(std::fmin(seconds * 1000.0, kMaxWaitMs)));
+}
 
 }  // namespace
 
-// The three sets of a pass (read, write, except) with the select() rules:
-// no duplicates, at most kMaxDescriptorsPerSet entries each; kept as one
-// poll entry per descriptor.
-class XmlRpcDispatch::DescriptorSets {
- public:
-  enum Set { Read = 0, Write = 1, Except = 2 };
+XmlRpcDispatch::XmlRpcDispatch() : _poller(std::make_unique<XmlRpcPoller>()) {}
 
-  void add(int fd, Set set) {
-    if (fd < 0 || counts_[set] >= kMaxDescriptorsPerSet) return;
-    auto [it, added] = index_.try_emplace(fd, entries_.size());
-    if (added) entries_.push_back(XmlRpcSocket::PollEntry{fd, 0, 0});
-    XmlRpcSocket::PollEntry& entry = entries_[it->second];
-    if (entry.events & kSetBits[set]) return;
-    entry.events |= kSetBits[set];
-    ++counts_[set];
-  }
-
-  // Whether fd was watched in `set` and is ready for it. Like select(), a
-  // hang-up or an error makes a descriptor readable and writable.
-  bool has(int fd, Set set) const {
-    auto it = index_.find(fd);
-    if (it == index_.end()) return false;
-    const XmlRpcSocket::PollEntry& entry = entries_[it->second];
-    if (!(entry.events & kSetBits[set])) return false;
-    unsigned ready = entry.revents;
-    if (set != Except && (ready & (XmlRpcSocket::PollHup | XmlRpcSocket::PollErr))) return true;
-    return (ready & kSetBits[set]) != 0;
-  }
-
-  bool empty() const { return entries_.empty(); }
-
-  int poll(int timeoutMs) {
-    return XmlRpcSocket::poll(entries_.data(), entries_.size(), timeoutMs);
-  }
-
- private:
-  std::vector<XmlRpcSocket::PollEntry> entries_;
-  std::unordered_map<int, size_t> index_;
-  int counts_[3] = {0, 0, 0};
-};
+XmlRpcDispatch::~XmlRpcDispatch() = default;
 
 void XmlRpcDispatch::addSource(XmlRpcSource* source, unsigned eventMask) {
   _sources.push_back(MonitoredSource{source, eventMask});
+  if (source == nullptr) return;
+  // The index points at a source's first entry; a further entry of the same
+  // source only counts.
+  auto [found, added] = _index.try_emplace(source, IndexEntry{std::prev(_sources.end()), 1});
+  if (!added) ++found->second.count;
 }
 
 void XmlRpcDispatch::removeSource(XmlRpcSource* source) {
-  if (source == nullptr) return;  // blanked entries are not sources
-  for (auto it = _sources.begin(); it != _sources.end(); ++it) {
-    if (it->source == source) {
-      forget(it);
-      return;
-    }
-  }
+  auto found = _index.find(source);
+  if (found != _index.end()) forget(found->second.first);
 }
 
 void XmlRpcDispatch::setSourceEvents(XmlRpcSource* source, unsigned eventMask) {
-  for (auto& entry : _sources) {
-    if (entry.source == source && source != nullptr) {
-      entry.mask = eventMask;
-      return;
-    }
-  }
+  auto found = _index.find(source);
+  if (found != _index.end()) found->second.first->mask = eventMask;
 }
 
 void XmlRpcDispatch::forget(SourceList::iterator it) {
+  XmlRpcSource* const source = it->source;
+  auto found = _index.find(source);
+  if (found != _index.end()) {
+    IndexEntry& entry = found->second;
+    if (--entry.count == 0) {
+      _index.erase(found);
+    } else if (entry.first == it) {
+      // The same source is listed again further on: that entry is first now.
+      auto next = std::next(it);
+      while (next->source != source) ++next;
+      entry.first = next;
+    }
+  }
   // During a pass the loop holds iterators into the list, and handlers may
   // remove any entry (their own, the next one): entries are only blanked
   // then and swept out once the pass is over.
@@ -107,17 +75,32 @@ void XmlRpcDispatch::forget(SourceList::iterator it) {
   }
 }
 
-int XmlRpcDispatch::buildSets(DescriptorSets& sets) const {
-  int maxFd = -1;
-  for (const auto& entry : _sources) {
-    if (entry.source == nullptr) continue;
-    int fd = entry.source->getfd();
-    if (entry.mask & ReadableEvent) sets.add(fd, DescriptorSets::Read);
-    if (entry.mask & WritableEvent) sets.add(fd, DescriptorSets::Write);
-    if (entry.mask & Exception) sets.add(fd, DescriptorSets::Except);
-    if (entry.mask != 0 && fd > maxFd) maxFd = fd;
+void XmlRpcDispatch::setPeriodicTask(std::function<void()> task, double interval) {
+  _periodicTask = std::move(task);
+  _periodicInterval = interval;
+  _nextPeriodic = getTime() + interval;
+}
+
+bool XmlRpcDispatch::buildPass() {
+  _poller->clear();
+  _polled.clear();
+  for (auto it = _sources.begin(); it != _sources.end(); ++it) {
+    if (it->source == nullptr || it->mask == 0) continue;
+    const int fd = it->source->getfd();
+    if (fd < 0) continue;  // no socket yet: nothing to wait for
+    _poller->add(fd, it->mask);
+    _polled.push_back(it);
   }
-  return maxFd;
+  return !_polled.empty();
+}
+
+int XmlRpcDispatch::passWait(double timeout) {
+  int waitMs = timeout < 0.0 ? -1 : toMilliseconds(timeout);
+  if (_periodicTask) {
+    const int untilTask = toMilliseconds(_nextPeriodic - getTime());
+    if (waitMs < 0 || untilTask < waitMs) waitMs = untilTask;
+  }
+  return waitMs;
 }
 
 void XmlRpcDispatch::work(double timeout) {
@@ -126,32 +109,32 @@ void XmlRpcDispatch::work(double timeout) {
   _inWork = true;
 
   while (!_sources.empty()) {
-    DescriptorSets sets;
-    int maxFd = buildSets(sets);
-
-    // The sets are rebuilt for every pass from the current masks; the limit
-    // is re-applied to the whole pass each time. A part of a millisecond is
-    // waited as a whole one, so that a short time-out never spins.
-    int timeoutMs = -1;
-    if (timeout >= 0.0) timeoutMs = static_cast<int>(std::ceil(timeout * 1000.0));
-    // A list of sources that all wait for nothing ends work() (as Windows'
-    // select() refusing three empty sets did) instead of sleeping forever.
-    int nEvents = -1;
-    if (!sets.empty()) nEvents = sets.poll(timeoutMs);
-    if (nEvents < 0 && !sets.empty() && XmlRpcSocket::nonFatalError()) {
+    // Without anything to watch a wait would never end (and Windows'
+    // select() refuses it): unless a periodic task gives the wait an end,
+    // work() returns with an error.
+    if (!buildPass() && !_periodicTask) {
+      XmlRpcUtil::error("Error in XmlRpcDispatch::work: error in select (%d).", -1);
+      _inWork = false;
+      return;
+    }
+    bool interrupted = false;
+    const int nEvents = _poller->wait(passWait(timeout), &interrupted);
+    if (interrupted) {
       // A signal is no error: the caller gets control back at once to see
       // what it asked for (a stop, most likely).
       _inWork = false;
       return;
     }
     if (nEvents < 0) {
-      XmlRpcUtil::error("Error in XmlRpcDispatch::work: error in poll (%d).", nEvents);
+      XmlRpcUtil::error("Error in XmlRpcDispatch::work: error in select (%d).", nEvents);
       _inWork = false;
       return;
     }
 
+    _passTime = getTime();
     try {
-      dispatchEvents(sets, maxFd);
+      if (nEvents > 0) dispatchEvents();
+      runPeriodicTask();
     } catch (...) {
       // An exception a handler lets through leaves work() to the caller;
       // the dispatcher stays usable for the next call.
@@ -168,7 +151,13 @@ void XmlRpcDispatch::work(double timeout) {
   _inWork = false;
 }
 
-void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
+void XmlRpcDispatch::sleep(double seconds) {
+  _poller->clear();
+  bool interrupted = false;
+  _poller->wait(toMilliseconds(seconds), &interrupted);
+}
+
+void XmlRpcDispatch::dispatchEvents() {
   // Ends the pass however it is left: handlers may throw.
   struct PassScope {
     XmlRpcDispatch& disp;
@@ -179,18 +168,23 @@ void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
     }
   } scope(*this);
 
-  for (auto it = _sources.begin(); it != _sources.end(); ++it) {
-    XmlRpcSource* source = it->source;
+  static constexpr unsigned kEventOrder[] = {ReadableEvent, WritableEvent, Exception};
+  for (size_t i = 0; i < _polled.size(); ++i) {
+    const auto it = _polled[i];
+    XmlRpcSource* const source = it->source;
     if (source == nullptr) continue;  // removed earlier in this pass
-    int fd = source->getfd();
-    if (fd > maxFd) continue;  // added during this pass, or not watched
+    const unsigned ready = _poller->ready(i);
+    if (ready == 0) continue;
 
+    // A source ready for several events is called once per event, in this
+    // order; each call only while its entry is still listed (blanked
+    // entries are removed ones, whose source may be gone).
     unsigned newMask = kAllEvents;
-    if (ready.has(fd, DescriptorSets::Read)) newMask &= source->handleEvent(ReadableEvent);
-    if (ready.has(fd, DescriptorSets::Write)) newMask &= source->handleEvent(WritableEvent);
-    if (ready.has(fd, DescriptorSets::Except)) newMask &= source->handleEvent(Exception);
+    for (unsigned event : kEventOrder) {
+      if ((ready & event) && it->source == source) newMask &= source->handleEvent(event);
+    }
 
-    if (it->source != source) continue;  // the handler removed its own entry
+    if (it->source != source) continue;  // a handler removed the entry
     if (newMask == 0) {
       forget(it);
       if (!source->getKeepOpen()) source->close();  // may destroy the source
@@ -198,6 +192,14 @@ void XmlRpcDispatch::dispatchEvents(const DescriptorSets& ready, int maxFd) {
       it->mask = newMask;
     }
   }
+}
+
+void XmlRpcDispatch::runPeriodicTask() {
+  if (!_periodicTask) return;
+  const double now = getTime();
+  if (now < _nextPeriodic) return;
+  _nextPeriodic = now + _periodicInterval;
+  _periodicTask();
 }
 
 void XmlRpcDispatch::clear() {
@@ -211,6 +213,7 @@ void XmlRpcDispatch::clear() {
 void XmlRpcDispatch::closeAll() {
   SourceList closing;
   closing.swap(_sources);
+  _index.clear();
   for (auto& entry : closing) {
     if (entry.source != nullptr) entry.source->close();
   }

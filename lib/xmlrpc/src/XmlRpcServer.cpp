@@ -2,6 +2,9 @@
 // registry of methods by name.
 #include "xmlrpc/XmlRpcServer.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "XmlRpcIntrospection.h"
 #include "xmlrpc/XmlRpcServerConnection.h"
 #include "xmlrpc/XmlRpcServerMethod.h"
@@ -16,10 +19,13 @@ namespace {
 const char kMulticallName[] = "system.multicall";
 }  // namespace
 
-XmlRpcServer::XmlRpcServer() : XmlRpcSource(-1, false) {}
+XmlRpcServer::XmlRpcServer() : XmlRpcSource(-1, false) {
+  _disp.setPeriodicTask([this] { sweep(); }, kSweepSeconds);
+}
 
 XmlRpcServer::~XmlRpcServer() {
   shutdown();
+  _disp.setPeriodicTask(nullptr, 0.0);
   _methods.clear();
   // Their destructors' removeMethod() calls find the map already empty.
   _listMethods.reset();
@@ -104,6 +110,13 @@ int XmlRpcServer::getPort() const {
 
 void XmlRpcServer::work(double timeout) {
   XmlRpcUtil::log(2, "XmlRpcServer::work: waiting for a connection");
+  // Not listening and no connection: the dispatcher would return at once,
+  // and a caller that counts on the time passing (a reconnect schedule
+  // counted in turns, say) would spin. The time passes here instead.
+  if (_disp.empty() && timeout > 0.0) {
+    _disp.sleep(timeout);
+    return;
+  }
   _disp.work(timeout);
 }
 
@@ -119,27 +132,104 @@ void XmlRpcServer::listMethods(XmlRpcValue& result) {
 }
 
 unsigned XmlRpcServer::handleEvent(unsigned /*eventType*/) {
-  acceptConnection();
-  return XmlRpcDispatch::ReadableEvent;
+  // Several per event: one per pass would let a burst of clients overflow
+  // the kernel's accept queue while each pass walks every connection.
+  for (int i = 0; i < kAcceptBatch && !_listenerPaused; ++i) {
+    if (!acceptConnection()) break;
+  }
+  // A rested listener keeps the empty mask pauseListening() gave it.
+  return _listenerPaused ? 0xFFFFFFFFu : XmlRpcDispatch::ReadableEvent;
 }
 
-void XmlRpcServer::acceptConnection() {
+bool XmlRpcServer::acceptConnection() {
   int s = XmlRpcSocket::accept(getfd());
   XmlRpcUtil::log(2, "XmlRpcServer::acceptConnection: socket %d", s);
   if (s < 0) {
-    XmlRpcUtil::error("XmlRpcServer::acceptConnection: Could not accept connection (%s).",
-                      XmlRpcSocket::getErrorMsg().c_str());
-    return;
+    if (XmlRpcSocket::outOfDescriptors()) {
+      onDescriptorShortage();
+    } else if (!XmlRpcSocket::nonFatalError()) {
+      // (A connection the client gave up before it was accepted leaves
+      // nothing to accept: no error.)
+      XmlRpcUtil::error("XmlRpcServer::acceptConnection: Could not accept connection (%s).",
+                        XmlRpcSocket::getErrorMsg().c_str());
+    }
+    return false;
   }
   if (!XmlRpcSocket::setNonBlocking(s)) {
     XmlRpcSocket::close(s);
     XmlRpcUtil::error(
         "XmlRpcServer::acceptConnection: Could not set socket to non-blocking input mode (%s).",
         XmlRpcSocket::getErrorMsg().c_str());
-    return;
+    return true;
   }
   XmlRpcUtil::log(2, "XmlRpcServer::acceptConnection: creating a connection");
-  _disp.addSource(createConnection(s), XmlRpcDispatch::ReadableEvent);
+  XmlRpcServerConnection* connection = createConnection(s);
+  _connections.insert(connection);
+  _disp.addSource(connection, XmlRpcDispatch::ReadableEvent);
+  // Near the limit every new connection pushes out the longest-idle one, so
+  // that a client with a request to make always gets in.
+  if (getConnectionCount() + kDescriptorReserve >= XmlRpcSocket::getDescriptorLimit()) {
+    closeLongestIdle(connection);
+  }
+  return true;
+}
+
+void XmlRpcServer::onDescriptorShortage() {
+  const double now = _disp.getTime();
+  if (now - _lastShortageReport >= kAcceptPauseSeconds) {
+    _lastShortageReport = now;
+    XmlRpcUtil::error("XmlRpcServer::acceptConnection: Could not accept connection (%s).",
+                      XmlRpcSocket::getErrorMsg().c_str());
+  }
+  // The pending connection stays in the backlog: accepted in the next pass
+  // if an idle one made room, else once the listener wakes again.
+  if (!closeLongestIdle(nullptr)) pauseListening();
+}
+
+bool XmlRpcServer::closeLongestIdle(const XmlRpcServerConnection* spare) {
+  std::vector<XmlRpcServerConnection*> idle;
+  for (XmlRpcServerConnection* c : _connections) {
+    if (c != spare && c->isIdle()) idle.push_back(c);
+  }
+  std::sort(idle.begin(), idle.end(),
+            [](const auto* a, const auto* b) { return a->waitingSince() < b->waitingSince(); });
+  for (XmlRpcServerConnection* c : idle) {
+    // A request may have arrived that the connection has not read yet (a
+    // connection accepted a moment ago, say): such a one is not idle.
+    if (c->hasDataWaiting()) continue;
+    XmlRpcUtil::log(3,
+                    "XmlRpcServer: descriptors running short, closing the longest-idle "
+                    "connection");
+    closeConnection(c);
+    return true;
+  }
+  return false;
+}
+
+void XmlRpcServer::closeConnection(XmlRpcServerConnection* connection) {
+  _disp.removeSource(connection);
+  connection->close();  // destroys it; its destructor unregisters it
+}
+
+void XmlRpcServer::sweep() {
+  const double now = _disp.getTime();
+  std::vector<XmlRpcServerConnection*> expired;
+  for (XmlRpcServerConnection* c : _connections) {
+    if (c->timedOut(now)) expired.push_back(c);
+  }
+  for (XmlRpcServerConnection* c : expired) closeConnection(c);
+  if (_listenerPaused && now - _pausedAt >= kAcceptPauseSeconds) resumeListening();
+}
+
+void XmlRpcServer::pauseListening() {
+  _listenerPaused = true;
+  _pausedAt = _disp.getTime();
+  _disp.setSourceEvents(this, 0);
+}
+
+void XmlRpcServer::resumeListening() {
+  _listenerPaused = false;
+  _disp.setSourceEvents(this, XmlRpcDispatch::ReadableEvent);
 }
 
 XmlRpcServerConnection* XmlRpcServer::createConnection(int socket) {
@@ -149,6 +239,12 @@ XmlRpcServerConnection* XmlRpcServer::createConnection(int socket) {
 
 void XmlRpcServer::removeConnection(XmlRpcServerConnection* connection) {
   _disp.removeSource(connection);
+  // A descriptor has come free: a rested listener may accept again.
+  if (_connections.erase(connection) != 0 && _listenerPaused) resumeListening();
+}
+
+void XmlRpcServer::setStaticPage(const std::string& contentType, const std::string& body) {
+  _staticPage = std::make_unique<XmlRpcStaticPage>(XmlRpcStaticPage{contentType, body});
 }
 
 }  // namespace XmlRpc

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "XmlRpcText.h"
+#include "xmlrpc/XmlRpcBodilessRequest.h"
 #include "xmlrpc/XmlRpcCompletion.h"
 #include "xmlrpc/XmlRpcException.h"
 #include "xmlrpc/XmlRpcServer.h"
@@ -30,6 +32,26 @@ const char kMulticallName[] = "system.multicall";
 
 // Room for the decimal body length and the blank line after it.
 constexpr int kLengthFieldSize = 40;
+
+// Room kept in front of a response body for its header: the fixed fields
+// take 126 bytes and the length at most 20 digits.
+constexpr size_t kHeaderRoom = 160;
+
+// A kept-alive connection keeps buffers up to this size between requests
+// (a typical call fits, so they are not reallocated each time); larger ones,
+// left by a big request or response, are given back once it is done.
+constexpr size_t kKeptBufferBytes = 64 * 1024;
+
+// The envelopes of a result and of a fault around the value's XML.
+constexpr std::string_view kResultStart =
+    "<?xml version=\"1.0\"?>\r\n<methodResponse><params><param>\r\n\t";
+constexpr std::string_view kResultEnd = "\r\n</param></params></methodResponse>\r\n";
+constexpr std::string_view kFaultStart = "<?xml version=\"1.0\"?>\r\n<methodResponse><fault>\r\n\t";
+constexpr std::string_view kFaultEnd = "\r\n</fault></methodResponse>\r\n";
+// A multicall's result array, written entry by entry; each result is a
+// one-element array of its own.
+constexpr std::string_view kArrayStart = "<value><array><data>";
+constexpr std::string_view kArrayEnd = "</data></array></value>";
 
 // Case folding of ASCII letters only: header names are ASCII, and the C
 // library's tolower() would consult the locale for every byte scanned.
@@ -69,6 +91,27 @@ XmlRpcValue faultStruct(int code, const std::string& message) {
   fault["faultCode"] = code;
   fault["faultString"] = message;
   return fault;
+}
+
+// Sets a flag for as long as it lives, however the scope is left.
+class FlagScope {
+ public:
+  explicit FlagScope(bool& flag) : _flag(flag) { _flag = true; }
+  ~FlagScope() { _flag = false; }
+  FlagScope(const FlagScope&) = delete;
+  FlagScope& operator=(const FlagScope&) = delete;
+
+ private:
+  bool& _flag;
+};
+
+// Empties `s`, giving its storage back when it has grown large.
+void release(std::string& s) {
+  if (s.capacity() > kKeptBufferBytes) {
+    std::string().swap(s);
+  } else {
+    s.clear();
+  }
 }
 
 }  // namespace
@@ -124,6 +167,44 @@ class XmlRpcServerConnection::PendingResult
 XmlRpcServerConnection::XmlRpcServerConnection(int fd, XmlRpcServer* server, bool deleteOnClose)
     : XmlRpcSource(fd, deleteOnClose), _server(server) {
   XmlRpcUtil::log(2, "XmlRpcServerConnection: new socket %d.", fd);
+  _waitingSince = now();
+}
+
+double XmlRpcServerConnection::now() { return _server->getDispatch().passTime(); }
+
+bool XmlRpcServerConnection::timedOut(double at) {
+  const XmlRpcConnectionLimits& limits = _server->getConnectionLimits();
+  const double waited = at - _waitingSince;
+  switch (_connectionState) {
+    case READ_HEADER:
+      if (_header.empty()) {
+        // Idle between requests: closed without a word, as a client would
+        // expect of an HTTP server.
+        if (waited <= limits.idleSeconds) return false;
+        XmlRpcUtil::log(3, "XmlRpcServerConnection: idle for %d s, closing.",
+                        static_cast<int>(waited));
+        return true;
+      }
+      if (waited <= limits.headerSeconds) return false;
+      XmlRpcUtil::error(
+          "XmlRpcServerConnection::readHeader: header not complete within %d s, dropped.",
+          static_cast<int>(limits.headerSeconds));
+      return true;
+    case READ_REQUEST:
+      if (waited <= limits.stallSeconds) return false;
+      XmlRpcUtil::error("XmlRpcServerConnection::readRequest: no data for %d s, dropped.",
+                        static_cast<int>(limits.stallSeconds));
+      return true;
+    case WRITE_RESPONSE:
+      if (waited <= limits.stallSeconds) return false;
+      XmlRpcUtil::error(
+          "XmlRpcServerConnection::writeResponse: client took no data for %d s, dropped.",
+          static_cast<int>(limits.stallSeconds));
+      return true;
+    case EXECUTE_PENDING:
+      break;  // the method's own business
+  }
+  return false;
 }
 
 XmlRpcServerConnection::~XmlRpcServerConnection() {
@@ -141,6 +222,12 @@ unsigned XmlRpcServerConnection::handleEvent(unsigned /*eventType*/) {
   if (_connectionState == EXECUTE_PENDING) return XmlRpcDispatch::ReadableEvent;
   return _connectionState == WRITE_RESPONSE ? XmlRpcDispatch::WritableEvent
                                             : XmlRpcDispatch::ReadableEvent;
+}
+
+bool XmlRpcServerConnection::hasDataWaiting() {
+  bool eof = false;
+  bool data = false;
+  return !peekAvailable(&eof, &data) || eof || data;
 }
 
 unsigned XmlRpcServerConnection::watchWhilePending() {
@@ -168,8 +255,12 @@ bool XmlRpcServerConnection::peekAvailable(bool* eof, bool* data) {
 
 bool XmlRpcServerConnection::readHeader() {
   bool eof = false;
+  const bool wasEmpty = _header.empty();
   // One byte over the limit is enough to tell a header that is too long.
-  if (!readAvailable(_header, &eof, kMaxHeaderBytes + 1)) {
+  const bool readOk = readAvailable(_header, &eof, kMaxHeaderBytes + 1);
+  // The header's time runs from its first byte.
+  if (wasEmpty && !_header.empty()) _waitingSince = now();
+  if (!readOk) {
     // A connection that never sent anything is dropped silently.
     if (!_header.empty()) {
       XmlRpcUtil::error("XmlRpcServerConnection::readHeader: error while reading header (%s).",
@@ -214,6 +305,13 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
     }
   }
 
+  // A request without a body (GET, HEAD, OPTIONS, ...) is complete at its
+  // blank line, even when nothing follows it.
+  if (_lengthValue < 0 && isBodilessRequest(_header)) {
+    if (bodyStart >= 0) return answerBodiless(static_cast<size_t>(bodyStart));
+    if (_header.ends_with("\r\n\r\n") || _header.ends_with("\n\n")) return answerBodiless(end);
+  }
+
   if (bodyStart < 0) {
     if (eof) {
       XmlRpcUtil::log(4, "XmlRpcServerConnection::readHeader: EOF");
@@ -252,10 +350,9 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
   XmlRpcUtil::log(3, "XmlRpcServerConnection::readHeader: specified content length is %d.",
                   _contentLength);
 
-  // The body is taken as text: a zero byte ends it.
-  size_t bodyEnd = _header.find('\0', static_cast<size_t>(bodyStart));
-  if (bodyEnd == std::string::npos) bodyEnd = end;
-  _request.assign(_header, static_cast<size_t>(bodyStart), bodyEnd - bodyStart);
+  // Whatever of the body came with the header (a zero byte in it is
+  // answered once the whole body is in).
+  _request.assign(_header, static_cast<size_t>(bodyStart), end - bodyStart);
 
   // HTTP/1.0 closes unless asked to keep alive; later versions keep alive
   // unless asked to close.
@@ -268,11 +365,32 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
   }
   XmlRpcUtil::log(3, "KeepAlive: %d", _keepAlive ? 1 : 0);
 
-  _header.clear();
+  release(_header);
   _scanPosition = 0;
   _lengthValue = -1;
   _connectionValue = -1;
   _connectionState = READ_REQUEST;
+  _waitingSince = now();
+  return true;
+}
+
+bool XmlRpcServerConnection::answerBodiless(size_t headerEnd) {
+  XmlRpcBodilessAnswer answer =
+      answerBodilessRequest(std::string_view(_header).substr(0, headerEnd), _server->staticPage());
+  XmlRpcUtil::log(3, "XmlRpcServerConnection::readHeader: answered a request without a body.");
+  _header.clear();
+  _scanPosition = 0;
+  _lengthValue = -1;
+  _connectionValue = -1;
+  _request.clear();
+  _response = std::move(answer.response);
+  _bytesWritten = 0;
+  _responseStart = 0;
+  // Kept alive while it is written, so a response larger than one send pass
+  // still goes out whole.
+  _keepAlive = true;
+  _closeWhenWritten = answer.close;
+  _connectionState = WRITE_RESPONSE;
   return true;
 }
 
@@ -281,11 +399,13 @@ bool XmlRpcServerConnection::readRequest() {
     bool eof = false;
     // Reading stops once the announced length is in (bytes that came along
     // in the same read stay); the rest waits in the socket.
+    const size_t had = _request.size();
     if (!readAvailable(_request, &eof, static_cast<size_t>(_contentLength))) {
       XmlRpcUtil::error("XmlRpcServerConnection::readRequest: read error (%s).",
                         XmlRpcSocket::getErrorMsg().c_str());
       return false;
     }
+    if (_request.size() > had) _waitingSince = now();
     if (_request.length() < static_cast<size_t>(_contentLength)) {
       if (eof) {
         XmlRpcUtil::error("XmlRpcServerConnection::readRequest: EOF while reading request");
@@ -298,13 +418,22 @@ bool XmlRpcServerConnection::readRequest() {
   XmlRpcUtil::log(3, "XmlRpcServerConnection::readRequest read %d bytes.",
                   static_cast<int>(_request.length()));
   _connectionState = WRITE_RESPONSE;
+  _waitingSince = now();
+  // XML has no zero character: such a body is no call. It is answered with
+  // a fault saying so (not cut at the zero byte, which would leave the body
+  // shorter than announced and the client waiting for ever).
+  const size_t zero = _request.find('\0');
+  if (zero != std::string::npos) {
+    generateFaultResponse(
+        "Invalid request: zero byte at offset " + std::to_string(zero) + " of the body",
+        kZeroByteFaultCode);
+  }
   return true;
 }
 
 bool XmlRpcServerConnection::writeResponse() {
   if (_response.empty()) {
     executeRequest();
-    _bytesWritten = 0;
     if (_connectionState == EXECUTE_PENDING) return true;  // answered later
     if (_response.empty()) {
       XmlRpcUtil::error("XmlRpcServerConnection::writeResponse: empty response.");
@@ -312,29 +441,43 @@ bool XmlRpcServerConnection::writeResponse() {
     }
   }
 
+  const int had = _bytesWritten;
   if (!writeAvailable(_response, &_bytesWritten)) {
     XmlRpcUtil::error("XmlRpcServerConnection::writeResponse: write error (%s).",
                       XmlRpcSocket::getErrorMsg().c_str());
     return false;
   }
-  XmlRpcUtil::log(3, "XmlRpcServerConnection::writeResponse: wrote %d of %d bytes.", _bytesWritten,
-                  static_cast<int>(_response.length()));
+  if (_bytesWritten > had) _waitingSince = now();
+  XmlRpcUtil::log(3, "XmlRpcServerConnection::writeResponse: wrote %d of %d bytes.",
+                  _bytesWritten - _responseStart,
+                  static_cast<int>(_response.length()) - _responseStart);
 
-  if (_bytesWritten == static_cast<int>(_response.length())) {
-    // A pipelined request read along with this one goes with _request.
-    _header.clear();
-    _request.clear();
-    _response.clear();
-    _connectionState = READ_HEADER;
+  if (_bytesWritten < static_cast<int>(_response.length())) {
+    return true;  // the rest goes when the socket takes it
   }
-  // Without keep-alive the connection closes after this pass even when the
-  // response did not fit into it.
-  return _keepAlive;
+  resetForNextRequest();
+  // Without keep-alive, or after a bodiless answer that ends the connection,
+  // it closes now, after the last byte.
+  return _keepAlive && !_closeWhenWritten;
+}
+
+void XmlRpcServerConnection::resetForNextRequest() {
+  // A pipelined request read along with this one goes with _request.
+  release(_header);
+  release(_request);
+  release(_response);
+  _bytesWritten = 0;
+  _responseStart = 0;
+  _connectionState = READ_HEADER;
+  _waitingSince = now();
 }
 
 void XmlRpcServerConnection::executeRequest() {
   _params = XmlRpcValue();
   _methodName = parseRequest(_params);
+  // The text is not needed once parsed: its memory goes before the call
+  // builds its response.
+  release(_request);
   XmlRpcUtil::log(2, "XmlRpcServerConnection::executeRequest: server calling method '%s'",
                   _methodName.c_str());
   startRequest();
@@ -343,7 +486,11 @@ void XmlRpcServerConnection::executeRequest() {
 std::string XmlRpcServerConnection::parseRequest(XmlRpcValue& params) {
   int offset = 0;
   std::string name = XmlRpcUtil::parseTag("<methodName>", _request, &offset);
-  if (name.empty() || !XmlRpcUtil::findTag("<params>", _request, &offset)) return name;
+  if (name.empty()) return name;
+  // "<params/>": a call without parameters, like one without the element.
+  int afterName = offset;
+  if (detail::nextEmptyElementIs("<params", _request, &afterName)) return name;
+  if (!XmlRpcUtil::findTag("<params>", _request, &offset)) return name;
 
   int nArgs = 0;
   // The parameters share one scan of the request, so that many parameters
@@ -374,12 +521,13 @@ void XmlRpcServerConnection::startRequest() {
       return;
     }
     _multicall = true;
-    _results = XmlRpcValue();
-    _results.setSize(_params[0].size());
+    _entries = _params[0].size();
     _nextEntry = 0;
+    beginResponse(kResultStart);
+    _response += kArrayStart;
   } else {
+    _params = XmlRpcValue();
     generateFaultResponse(_methodName + ": unknown method name");
-    _connectionState = WRITE_RESPONSE;
     return;
   }
   runCalls();
@@ -389,6 +537,9 @@ void XmlRpcServerConnection::startCall(XmlRpcServerMethod* method, XmlRpcValue& 
   auto completion = std::make_shared<PendingResult>(this);
   _pending = completion;
   _haveOutcome = false;
+  // An outcome delivered from inside executeAsync is only recorded: the
+  // caller goes on from here.
+  FlagScope scope(_executing);
   try {
     method->executeAsync(params, completion);
   } catch (const XmlRpcException& fault) {
@@ -399,11 +550,7 @@ void XmlRpcServerConnection::startCall(XmlRpcServerMethod* method, XmlRpcValue& 
 
 void XmlRpcServerConnection::runCalls() {
   if (_runningCalls) return;  // the loop further up the stack carries on
-  struct RunningScope {
-    bool& flag;
-    explicit RunningScope(bool& f) : flag(f) { flag = true; }
-    ~RunningScope() { flag = false; }
-  } scope(_runningCalls);
+  FlagScope scope(_runningCalls);
 
   for (;;) {
     if (_pending) {
@@ -413,25 +560,17 @@ void XmlRpcServerConnection::runCalls() {
       }
       _pending.reset();
       _haveOutcome = false;
-      Outcome outcome = std::move(_outcome);
       if (!_multicall) {
-        respond(std::move(outcome));
+        respond(std::move(_outcome));
         return;
       }
-      XmlRpcValue& entry = _results[_nextEntry++];
-      if (outcome.fault) {
-        entry = faultStruct(outcome.code, outcome.message);
-      } else {
-        entry.setSize(1);
-        entry[0] = outcome.value.valid() ? std::move(outcome.value) : XmlRpcValue(std::string());
-      }
+      appendEntry(std::move(_outcome));
     }
     if (!_multicall) return;
-    if (_nextEntry >= _results.size()) {
+    if (_nextEntry >= _entries) {
       _params = XmlRpcValue();
-      generateResponse(_results.toXml());
-      _results = XmlRpcValue();
-      _connectionState = WRITE_RESPONSE;
+      _response += kArrayEnd;
+      endResponse(kResultEnd);
       return;
     }
     // An entry answered at once leaves nothing pending: the loop goes on
@@ -440,53 +579,68 @@ void XmlRpcServerConnection::runCalls() {
   }
 }
 
-bool XmlRpcServerConnection::startEntry() {
-  const int i = _nextEntry;
-  XmlRpcValue& call = _params[0][i];
+void XmlRpcServerConnection::startEntry() {
+  XmlRpcValue& call = _params[0][_nextEntry];
+  Outcome answer;
+  answer.fault = true;
   if (call.getType() != XmlRpcValue::TypeStruct || !call.hasMember("methodName") ||
       !call.hasMember("params")) {
-    _results[i] = faultStruct(-1, std::string(kMulticallName) +
-                                      ": Invalid argument (expected a struct with members "
-                                      "methodName and params)");
-    ++_nextEntry;
-    return false;
+    answer.message = std::string(kMulticallName) +
+                     ": Invalid argument (expected a struct with members methodName and params)";
+    appendEntry(std::move(answer));
+    return;
   }
   try {
     const std::string& methodName = call["methodName"];
     XmlRpcServerMethod* method = _server->findMethod(methodName);
     if (method != nullptr) {
       startCall(method, call["params"]);
-      return true;
+      return;
     }
     // A nested "system.multicall" would re-run the outer list from inside
     // itself, which never ends: it is refused.
     if (methodName == kMulticallName) {
-      throw XmlRpcException(methodName + ": Recursive system.multicall forbidden");
+      answer.message = methodName + ": Recursive system.multicall forbidden";
+    } else {
+      answer.message = methodName + ": unknown method name";
     }
-    _results[i] = faultStruct(-1, methodName + ": unknown method name");
   } catch (const XmlRpcException& fault) {
-    _results[i] = faultStruct(fault.getCode(), fault.getMessage());
+    answer.message = fault.getMessage();
+    answer.code = fault.getCode();
   }
+  appendEntry(std::move(answer));
+}
+
+void XmlRpcServerConnection::appendEntry(Outcome&& outcome) {
+  // The entry's parameters are done with: their memory goes as the
+  // response grows.
+  _params[0][_nextEntry] = XmlRpcValue();
   ++_nextEntry;
-  return false;
+  if (outcome.fault) {
+    faultStruct(outcome.code, outcome.message).appendXml(_response);
+    return;
+  }
+  if (!outcome.value.valid()) outcome.value = std::string();
+  _response += kArrayStart;
+  outcome.value.appendXml(_response);
+  _response += kArrayEnd;
 }
 
 void XmlRpcServerConnection::deliver(Outcome&& outcome) {
   _outcome = std::move(outcome);
   _haveOutcome = true;
-  if (_runningCalls) return;  // delivered from inside executeAsync
+  if (_runningCalls || _executing) return;  // delivered from inside executeAsync
   runCalls();
   if (_connectionState == WRITE_RESPONSE) {
     // Delivered from outside the connection's own handler: the response
     // goes out once the socket can take it.
-    _bytesWritten = 0;
+    _waitingSince = now();
     _server->getDispatch().setSourceEvents(this, XmlRpcDispatch::WritableEvent);
   }
 }
 
 void XmlRpcServerConnection::respond(Outcome&& outcome) {
   _params = XmlRpcValue();
-  _connectionState = WRITE_RESPONSE;
   if (outcome.fault) {
     XmlRpcUtil::log(2, "XmlRpcServerConnection::executeRequest: fault %s.",
                     outcome.message.c_str());
@@ -494,37 +648,42 @@ void XmlRpcServerConnection::respond(Outcome&& outcome) {
     return;
   }
   if (!outcome.value.valid()) outcome.value = std::string();
-  generateResponse(outcome.value.toXml());
+  generateResponse(outcome.value);
 }
 
-void XmlRpcServerConnection::generateResponse(const std::string& resultXml) {
-  static constexpr std::string_view kBodyStart =
-      "<?xml version=\"1.0\"?>\r\n<methodResponse><params><param>\r\n\t";
-  static constexpr std::string_view kBodyEnd = "\r\n</param></params></methodResponse>\r\n";
-  std::string body;
-  body.reserve(kBodyStart.size() + resultXml.size() + kBodyEnd.size());
-  body.append(kBodyStart).append(resultXml).append(kBodyEnd);
-  _response = generateHeader(body);
-  _response += body;
-  XmlRpcUtil::log(5, "XmlRpcServerConnection::generateResponse:\n%s\n", _response.c_str());
+void XmlRpcServerConnection::beginResponse(std::string_view bodyStart) {
+  _response.assign(kHeaderRoom, ' ');
+  _response += bodyStart;
+}
+
+void XmlRpcServerConnection::endResponse(std::string_view bodyEnd) {
+  _response += bodyEnd;
+  const std::string header = generateHeader(_response.size() - kHeaderRoom);
+  const size_t start = kHeaderRoom - header.size();
+  _response.replace(start, header.size(), header);
+  _responseStart = static_cast<int>(start);
+  _bytesWritten = _responseStart;
+  _connectionState = WRITE_RESPONSE;
+}
+
+void XmlRpcServerConnection::generateResponse(const XmlRpcValue& result) {
+  beginResponse(kResultStart);
+  result.appendXml(_response);
+  endResponse(kResultEnd);
+  XmlRpcUtil::log(5, "XmlRpcServerConnection::generateResponse:\n%s\n",
+                  _response.c_str() + _responseStart);
 }
 
 void XmlRpcServerConnection::generateFaultResponse(const std::string& message, int code) {
-  static constexpr std::string_view kBodyStart =
-      "<?xml version=\"1.0\"?>\r\n<methodResponse><fault>\r\n\t";
-  static constexpr std::string_view kBodyEnd = "\r\n</fault></methodResponse>\r\n";
-  std::string body;
-  body.append(kBodyStart).append(faultStruct(code, message).toXml()).append(kBodyEnd);
-  _response = generateHeader(body);
-  _response += body;
+  beginResponse(kFaultStart);
+  faultStruct(code, message).appendXml(_response);
+  endResponse(kFaultEnd);
 }
 
-std::string XmlRpcServerConnection::generateHeader(const std::string& body) {
+std::string XmlRpcServerConnection::generateHeader(size_t bodyLength) {
   char length[kLengthFieldSize];
-  std::snprintf(length, sizeof(length), "%d\r\n\r\n", static_cast<int>(body.size()));
+  std::snprintf(length, sizeof(length), "%d\r\n\r\n", static_cast<int>(bodyLength));
   std::string header = "HTTP/1.1 200 OK\r\nServer: ";
-  // Room for the rest of the header and for the body the caller appends.
-  header.reserve(header.size() + 128 + body.size());
   header += kServerBanner;
   header += "\r\nAccess-Control-Allow-Origin: *\r\nContent-Type: text/xml\r\nContent-length: ";
   header += length;

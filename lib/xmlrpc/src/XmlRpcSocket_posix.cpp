@@ -1,19 +1,20 @@
-// XmlRpcSocket on POSIX: errno is the socket error number, fcntl the
-// non-blocking switch, and MSG_NOSIGNAL spares the process SIGPIPE.
+// XmlRpcSocket on POSIX (XmlRpcSocket_win32.cpp is the Windows side): errno
+// is the socket error number, fcntl the non-blocking switch, and
+// MSG_NOSIGNAL spares the process SIGPIPE.
 #include "xmlrpc/XmlRpcSocket.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
-#include <vector>
 
 #include "xmlrpc/XmlRpcUtil.h"
 
@@ -122,31 +123,6 @@ bool XmlRpcSocket::nbWrite(int fd, const std::string& s, int* bytesSoFar) {
   return true;
 }
 
-int XmlRpcSocket::getPort(int fd) {
-  sockaddr_in addr{};
-  socklen_t len = sizeof(addr);
-  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) return -1;
-  return ntohs(addr.sin_port);
-}
-
-int XmlRpcSocket::poll(PollEntry* entries, size_t count, int timeoutMs) {
-  std::vector<pollfd> fds(count);
-  for (size_t i = 0; i < count; ++i) {
-    fds[i].fd = entries[i].fd;
-    fds[i].events = static_cast<short>(((entries[i].events & PollIn) ? POLLIN : 0) |
-                                       ((entries[i].events & PollOut) ? POLLOUT : 0) |
-                                       ((entries[i].events & PollPri) ? POLLPRI : 0));
-  }
-  int n = ::poll(fds.data(), static_cast<nfds_t>(count), timeoutMs);
-  for (size_t i = 0; i < count; ++i) {
-    short r = fds[i].revents;
-    entries[i].revents = ((r & POLLIN) ? PollIn : 0u) | ((r & POLLOUT) ? PollOut : 0u) |
-                         ((r & POLLPRI) ? PollPri : 0u) | ((r & POLLHUP) ? PollHup : 0u) |
-                         ((r & (POLLERR | POLLNVAL)) ? PollErr : 0u);
-  }
-  return n;
-}
-
 bool XmlRpcSocket::nbPeek(int fd, bool* eof, bool* data) {
   char byte;
   ssize_t n = ::recv(fd, &byte, 1, MSG_PEEK);
@@ -169,6 +145,29 @@ bool XmlRpcSocket::nonFatalError() {
   int err = getError();
   return err == EINTR || err == EAGAIN || err == EWOULDBLOCK || err == EINPROGRESS ||
          err == kWsaWouldBlock || err == kWsaInProgress;
+}
+
+int XmlRpcSocket::getPort(int fd) {
+  sockaddr_in addr{};
+  socklen_t len = sizeof(addr);
+  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) return -1;
+  return ntohs(addr.sin_port);
+}
+
+bool XmlRpcSocket::outOfDescriptors() {
+  int err = getError();
+  // ENOBUFS and ENOMEM: the kernel had no memory for the socket, which
+  // passes like a descriptor shortage.
+  return err == EMFILE || err == ENFILE || err == ENOBUFS || err == ENOMEM;
+}
+
+int XmlRpcSocket::getDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+      limit.rlim_cur > static_cast<rlim_t>(INT_MAX)) {
+    return INT_MAX;
+  }
+  return static_cast<int>(limit.rlim_cur);
 }
 
 }  // namespace XmlRpc

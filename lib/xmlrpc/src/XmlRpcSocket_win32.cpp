@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <vector>
 
 #include "xmlrpc/XmlRpcUtil.h"
 
@@ -125,29 +124,6 @@ int XmlRpcSocket::getPort(int fd) {
   return ntohs(addr.sin_port);
 }
 
-int XmlRpcSocket::poll(PollEntry* entries, size_t count, int timeoutMs) {
-  // WSAPoll refuses an empty set where poll() sleeps: sleep here instead.
-  if (count == 0) {
-    ::Sleep(timeoutMs < 0 ? INFINITE : static_cast<DWORD>(timeoutMs));
-    return 0;
-  }
-  std::vector<WSAPOLLFD> fds(count);
-  for (size_t i = 0; i < count; ++i) {
-    fds[i].fd = handle(entries[i].fd);
-    // WSAPoll refuses POLLPRI; out-of-band data is not watched on Windows.
-    fds[i].events = static_cast<short>(((entries[i].events & PollIn) ? POLLIN : 0) |
-                                       ((entries[i].events & PollOut) ? POLLOUT : 0));
-  }
-  int n = ::WSAPoll(fds.data(), static_cast<ULONG>(count), timeoutMs);
-  for (size_t i = 0; i < count; ++i) {
-    short r = n > 0 ? fds[i].revents : 0;
-    entries[i].revents = ((r & POLLIN) ? PollIn : 0u) | ((r & POLLOUT) ? PollOut : 0u) |
-                         ((r & POLLHUP) ? PollHup : 0u) |
-                         ((r & (POLLERR | POLLNVAL)) ? PollErr : 0u);
-  }
-  return n;
-}
-
 bool XmlRpcSocket::nbPeek(int fd, bool* eof, bool* data) {
   char byte;
   int n = ::recv(handle(fd), &byte, 1, MSG_PEEK);
@@ -170,5 +146,14 @@ bool XmlRpcSocket::nonFatalError() {
   int err = getError();
   return err == WSAEINTR || err == WSAEWOULDBLOCK || err == WSAEINPROGRESS;
 }
+
+bool XmlRpcSocket::outOfDescriptors() {
+  int err = getError();
+  // Winsock runs out of socket handles or of buffer memory.
+  return err == WSAEMFILE || err == WSAENOBUFS;
+}
+
+// Windows sets no per-process limit on sockets.
+int XmlRpcSocket::getDescriptorLimit() { return INT_MAX; }
 
 }  // namespace XmlRpc

@@ -50,6 +50,30 @@ inline bool findTag(std::string_view tag, std::string_view xml, int* offset) {
   return true;
 }
 
+// The empty element "<name/>" at pos, blanks allowed before "/>" (`open` is
+// "<" and the name): the offset past it, or npos.
+inline std::size_t emptyElementAt(std::string_view xml, std::size_t pos, std::string_view open) {
+  if (pos > xml.size() || xml.size() - pos < open.size() ||
+      xml.compare(pos, open.size(), open) != 0) {
+    return std::string_view::npos;
+  }
+  pos += open.size();
+  while (pos < xml.size() && isXmlSpace(xml[pos])) ++pos;
+  if (xml.size() - pos < 2 || xml[pos] != '/' || xml[pos + 1] != '>') return std::string_view::npos;
+  return pos + 2;
+}
+
+// nextTagIs for the empty element "<name/>".
+inline bool nextEmptyElementIs(std::string_view open, std::string_view xml, int* offset) {
+  if (!offsetInside(xml, offset)) return false;
+  std::size_t pos = static_cast<std::size_t>(*offset);
+  while (pos < xml.size() && isXmlSpace(xml[pos])) ++pos;
+  const std::size_t end = emptyElementAt(xml, pos, open);
+  if (end == std::string_view::npos) return false;
+  *offset = static_cast<int>(end);
+  return true;
+}
+
 // getNextTag without the copy: the tag as a view into xml.
 inline std::string_view nextTag(std::string_view xml, int* offset) {
   if (!offsetInside(xml, offset)) return {};

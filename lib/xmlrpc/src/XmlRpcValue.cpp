@@ -2,6 +2,7 @@
 // every accessor, size and member queries, and comparison.
 #include "xmlrpc/XmlRpcValue.h"
 
+#include <limits>
 #include <ostream>
 
 #include "xmlrpc/XmlRpcException.h"
@@ -305,8 +306,10 @@ bool XmlRpcValue::hasMember(const std::string& name) const {
 }
 
 XmlRpcValue& XmlRpcValue::operator[](int i) {
-  // A negative index would address memory before the array.
-  if (i < 0) throw XmlRpcException(kIndexTooLarge);
+  // A negative index would address memory before the array. An array holds
+  // at most INT_MAX elements (its size is an int), so INT_MAX is no index
+  // and i + 1 below cannot wrap.
+  if (i < 0 || i == std::numeric_limits<int>::max()) throw XmlRpcException(kIndexTooLarge);
   assertArray(i + 1);
   return (*_value.asArray)[static_cast<std::size_t>(i)];
 }

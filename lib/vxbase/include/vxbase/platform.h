@@ -32,6 +32,13 @@ int socket_startup(std::uint16_t version_word, std::uint16_t& obtained) noexcept
 // No-op counterpart of socket_startup.
 int socket_cleanup() noexcept;
 
+// Raising the number of descriptors the process may open to the most the
+// system allows it (the soft limit to the hard one), so that the server can
+// hold as many client connections as it is given. Returns the limit now in
+// force (on failure the one that was in force), or -1 when it cannot be
+// read; "no limit" reads as the largest int.
+int raise_descriptor_limit() noexcept;
+
 // The folder for data shared by all users: "/var/lib". Returns 0, or a
 // negative number when the folder is unknown (never on Linux).
 int common_app_data_folder(int key, std::string& folder);

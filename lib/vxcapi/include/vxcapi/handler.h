@@ -9,14 +9,14 @@
 namespace vxcapi {
 
 // Implemented by the owner of a connection. Every call comes from inside the
-// connection's connect(), send_sync() or wait(), on the owner's thread.
+// connection's connect(), its event calls or its timers, on the owner's thread.
 class handler {
  public:
   virtual ~handler() = default;
 
   // The outcome of each connect attempt, with a text for people. connected
   // says whether the link is now up. Returning false on a new link makes the
-  // connection drop it again (connect then answers rc_declined).
+  // connection drop it again, without a further call.
   virtual bool status(result_code code, const std::string& text, bool connected) = 0;
 
   // The link went down without the owner asking: reason says why ("proxy

@@ -11,7 +11,8 @@ enum result_code : int {
   rc_unreachable = 4,     // refused or unreachable: nothing listens there
   rc_bad_address = 5,     // the host or port could not be resolved
   rc_bad_peer = 6,        // the peer answered with something not vxp
-  rc_declined = 7,        // the handler's status() declined the new link
+  rc_declined = 7,        // kept for its number: a declined link is now dropped silently
+  rc_in_progress = 8,     // the attempt goes on; status() will hear how it ends
 };
 
 // "connected", "wrong protocol version", ...: static text, never null.

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "xmlrpc/XmlRpcSource.h"
 #include "xmlrpc/XmlRpcValue.h"
@@ -52,6 +53,26 @@ class XmlRpcServerConnection : public XmlRpcSource {
   ServerConnectionState getState() const { return _connectionState; }
   bool getKeepAlive() const { return _keepAlive; }
 
+  // The request time-outs (see XmlRpcConnectionLimits): true when the
+  // connection has waited too long at `now` (XmlRpcDispatch::getTime()) and
+  // is to be closed; a dropped request is logged, an idle connection goes
+  // quietly. Never true while a result is awaited.
+  bool timedOut(double now);
+  // Waiting for a next request of which nothing has arrived: the kind the
+  // server closes first, longest idle first, when descriptors run short.
+  bool isIdle() const { return _connectionState == READ_HEADER && _header.empty(); }
+  // True when bytes have arrived that the connection has not read yet (or
+  // the peer has closed): then it is not really idle.
+  bool hasDataWaiting();
+  // When the current wait began: the last response sent (or the accept), the
+  // header's first byte, the last body byte received, the last byte sent.
+  double waitingSince() const { return _waitingSince; }
+
+  // A body holding a zero byte is answered with this fault (XML allows no
+  // such character); the text names the offset. The code is the one XML-RPC
+  // servers commonly use for a character not allowed by the encoding.
+  static constexpr int kZeroByteFaultCode = -32702;
+
  protected:
   // Parses the request in the buffer and starts it: fills the response, or
   // leaves the connection in EXECUTE_PENDING when a method answers later.
@@ -75,22 +96,39 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // takes the length, the start of the body and the keep-alive decision.
   bool parseHeader(bool eof);
 
+  // A complete header of a request without a body (not a POST) ends at
+  // headerEnd: answer it as XmlRpcBodilessRequest says.
+  bool answerBodiless(size_t headerEnd);
+
   // Reads the method name (returned) and the parameters of the request.
   std::string parseRequest(XmlRpcValue& params);
 
-  void generateResponse(const std::string& resultXml);
+  // The response is built in place: a body is appended to _response behind
+  // room for its header, which is put in front once the body's length is
+  // known, so that a big result is never copied whole.
+  void beginResponse(std::string_view bodyStart);
+  void endResponse(std::string_view bodyEnd);
+  void generateResponse(const XmlRpcValue& result);
   void generateFaultResponse(const std::string& message, int code = -1);
-  std::string generateHeader(const std::string& body);
+  // The HTTP header of a body of `bodyLength` bytes.
+  static std::string generateHeader(size_t bodyLength);
 
   XmlRpcServer* _server;
   ServerConnectionState _connectionState = READ_HEADER;
 
   std::string _header;  // raw bytes received while reading the header
   int _contentLength = 0;
-  std::string _request;   // body bytes received so far
-  std::string _response;  // the whole response (header and body) being sent
+  std::string _request;  // body bytes received so far
+  // The response being sent: from _bytesWritten on is still to go. It
+  // starts behind the unused part of the header room.
+  std::string _response;
+  int _responseStart = 0;
   int _bytesWritten = 0;
   bool _keepAlive = true;
+  // Close once the response is written completely (bodiless answers that
+  // end the connection).
+  bool _closeWhenWritten = false;
+  double _waitingSince = 0.0;
 
   // Where the header scan resumes, and what it has found so far (offsets
   // into _header, -1: not seen). A rescan from the start would find the
@@ -100,11 +138,12 @@ class XmlRpcServerConnection : public XmlRpcSource {
   int _connectionValue = -1;
 
   // The call in progress: the method's name and parameters, and for
-  // "system.multicall" the entries' results so far and the next entry.
+  // "system.multicall" the number of entries and the next one. The
+  // entries' results go into the response as they come.
   std::string _methodName;
   XmlRpcValue _params;
   bool _multicall = false;
-  XmlRpcValue _results;
+  int _entries = 0;
   int _nextEntry = 0;
 
  private:
@@ -127,22 +166,28 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // Hands `params` to `method` through a fresh completion.
   void startCall(XmlRpcServerMethod* method, XmlRpcValue& params);
   // Moves the call on as far as results are in: takes a delivered outcome,
-  // starts the next multicall entry, and builds the response once all is
+  // starts the next multicall entry, and completes the response once all is
   // done. Runs as a loop, so that a long multicall whose entries finish at
   // once does not nest a call per entry.
   void runCalls();
   // Starts the multicall entry _nextEntry, or answers it at once (a
-  // malformed entry, an unknown or nested name); true when one was started.
-  bool startEntry();
+  // malformed entry, an unknown or nested name).
+  void startEntry();
+  // Appends one multicall entry's result or fault to the response.
+  void appendEntry(Outcome&& outcome);
   // A completion delivered its outcome.
   void deliver(Outcome&& outcome);
   // Turns an outcome into the response of a single call.
   void respond(Outcome&& outcome);
+  // A response has gone out whole: back to waiting for the next request.
+  void resetForNextRequest();
+  double now();
 
   std::shared_ptr<PendingResult> _pending;  // the call that is out, if any
   bool _haveOutcome = false;
   Outcome _outcome;
   bool _runningCalls = false;  // runCalls() is on the stack
+  bool _executing = false;     // a method's executeAsync is on the stack
 };
 
 }  // namespace XmlRpc

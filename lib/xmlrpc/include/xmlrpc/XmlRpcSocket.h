@@ -1,9 +1,8 @@
 // XmlRpcSocket: the engine's thin layer over the operating system's sockets
-// (XmlRpcSocket_posix.cpp or XmlRpcSocket_win32.cpp by platform). Failures
-// are reported by the result; getErrorMsg() tells the reason.
+// (XmlRpcSocket_posix.cpp or XmlRpcSocket_win32.cpp by platform).
+// Failures are reported by the result; getErrorMsg() tells the reason.
 #pragma once
 
-#include <cstddef>
 #include <string>
 
 namespace XmlRpc {
@@ -36,25 +35,12 @@ class XmlRpcSocket {
   // Sends the rest of `s` from *bytesSoFar on, advancing *bytesSoFar, until
   // all is out or the socket would block. False on a real error.
   static bool nbWrite(int fd, const std::string& s, int* bytesSoFar);
-  // The local port the socket is bound to; -1 when it cannot be read.
-  static int getPort(int fd);
-
-  // One socket to wait for: what to watch and, after poll(), what happened.
-  struct PollEntry {
-    int fd;
-    unsigned events;   // PollIn, PollOut, PollPri
-    unsigned revents;  // the same bits, plus PollHup and PollErr
-  };
-  enum PollBits : unsigned { PollIn = 1, PollOut = 2, PollPri = 4, PollHup = 8, PollErr = 16 };
-  // Waits up to timeoutMs (negative: no limit) until one of the entries is
-  // ready: poll() on POSIX, WSAPoll() on Windows. Returns the number of
-  // ready entries, 0 on time-out, negative on error (getError() says
-  // which; an interruption by a signal is nonFatalError()).
-  static int poll(PollEntry* entries, size_t count, int timeoutMs);
-
   // Looks at the socket without taking anything: *eof when the peer has
   // closed, *data when bytes are waiting. False on a real error.
   static bool nbPeek(int fd, bool* eof, bool* data);
+
+  // The local port the socket is bound to; -1 when it cannot be read.
+  static int getPort(int fd);
 
   // The error number of the last failed socket call.
   static int getError();
@@ -65,6 +51,11 @@ class XmlRpcSocket {
   // True when the last failure only means "not now" (interrupted, would
   // block, in progress), which is never an error for the non-blocking calls.
   static bool nonFatalError();
+  // True when the last failure means that the process or the system has no
+  // descriptor left (an accept() that can succeed later).
+  static bool outOfDescriptors();
+  // How many descriptors the process may have open (its soft limit).
+  static int getDescriptorLimit();
 };
 
 }  // namespace XmlRpc

@@ -7,12 +7,18 @@
 #include <functional>
 #include <iosfwd>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 namespace XmlRpc {
+
+namespace detail {
+struct ReadMemo;
+struct ReadState;
+}  // namespace detail
 
 class XmlRpcValue {
  public:
@@ -140,15 +146,27 @@ class XmlRpcValue {
   // Appends the value's XML-RPC text to out (saves a copy per nested value).
   void appendXml(std::string& out) const;
 
-  // Remembers, across several reads of one text, where the reader's forward
-  // searches for closing tags landed. A text whose values lack "</value>"
-  // would otherwise be searched to its end once per value, which is
-  // quadratic in the number of values: pass one scan to every fromXml on
-  // the same text (the parameters of one request, say). A scan handed a
-  // different text starts afresh; the text must not change while in use.
+  // Remembers, across several reads of one text, what the reader learnt
+  // about it: where its forward searches for closing tags landed and, once
+  // a text turns out to be costly, the outcome of every value read at each
+  // place. Reads of the same text then cost time linear in its length
+  // whatever its shape: pass one scan to every fromXml on the same text
+  // (the parameters of one request, say). A scan handed a different text
+  // starts afresh; the text must not change while in use.
   class TextScan {
    public:
-    TextScan() = default;
+    TextScan();
+    ~TextScan();
+    TextScan(TextScan&&) noexcept;
+    TextScan& operator=(TextScan&&) noexcept;
+
+    // Units of work the reads of this text have done so far: about one per
+    // byte scanned plus a few per value read. For tests that bound it.
+    std::size_t work() const { return _work; }
+    // Makes the reads remember from the start instead of once the plain
+    // reading has spent its budget; the results are the same either way.
+    // For tests, and for callers that expect hostile texts.
+    void rememberFromStart() { _rememberFromStart = true; }
 
     // The last search for one tag: from where, and where it was found
     // (npos when it was not).
@@ -162,7 +180,12 @@ class XmlRpcValue {
     friend class XmlRpcValue;
     const char* _text = nullptr;
     std::size_t _size = 0;
+    std::size_t _work = 0;
+    bool _rememberFromStart = false;
     Search _valueEnd, _nameOpen, _nameClose;
+    // What every value read found, kept once the plain reading of this text
+    // has spent its budget of work.
+    std::unique_ptr<detail::ReadMemo> _memo;
   };
 
   // Reads one <value> at *offset of xml, replacing this value's content.
@@ -177,22 +200,30 @@ class XmlRpcValue {
   static void setDoubleFormat(const char* format);
 
  private:
-  struct ReadState;
-
   void assertTypeOrInvalid(Type t);
   void assertTypeOrInvalid(Type t) const;
   void assertArray(int size);
   void assertStruct();
 
-  bool readValue(std::string_view xml, int* offset, ReadState& state);
+  bool readValue(std::string_view xml, int* offset, detail::ReadState& state);
+  // The scalar readers start at *offset; nextTag is where the next "<"
+  // is (npos if none), which none of them reads past.
   bool readBoolean(std::string_view xml, int* offset);
   bool readInt(std::string_view xml, int* offset);
-  bool readDouble(std::string_view xml, int* offset);
-  bool readString(std::string_view xml, int* offset);
-  bool readDateTime(std::string_view xml, int* offset);
-  bool readBase64(std::string_view xml, int* offset);
-  bool readArray(std::string_view xml, int* offset, ReadState& state);
-  bool readStruct(std::string_view xml, int* offset, ReadState& state);
+  bool readDouble(std::string_view xml, int* offset, std::size_t nextTag);
+  bool readString(std::string_view xml, int* offset, std::size_t nextTag);
+  bool readDateTime(std::string_view xml, int* offset, std::size_t nextTag);
+  bool readBase64(std::string_view xml, int* offset, std::size_t nextTag);
+  bool readArray(std::string_view xml, int* offset, detail::ReadState& state);
+  bool readStruct(std::string_view xml, int* offset, detail::ReadState& state);
+  // Reads into child at *offset and tells the height (levels of nesting) it
+  // looked at, 0 when no value starts there.
+  static bool readChild(XmlRpcValue& child, std::string_view xml, int* offset,
+                        detail::ReadState& state, int& height);
+  // The outcomes of the elements of an array and the members of a struct
+  // from *offset on, remembered place by place; nothing is kept.
+  static bool measureElements(std::string_view xml, int* offset, detail::ReadState& state);
+  static bool measureMembers(std::string_view xml, int* offset, detail::ReadState& state);
 
   void appendDouble(std::string& out) const;
   void appendDateTime(std::string& out) const;

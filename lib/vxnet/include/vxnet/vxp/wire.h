@@ -41,6 +41,17 @@ inline constexpr std::size_t max_property_depth = 64;
 // frame size) caps the memory one frame can make us reserve.
 inline constexpr std::size_t max_container_items = 1u << 20;
 
+// What decoding one frame may build, in estimated bytes of the objects it
+// makes (each property, list slot and map entry charged as it is made):
+// decode_cost_factor times the frame's size plus decode_cost_slack. Real
+// payloads cost well under half of that (a status list of a busy cluster
+// about 8 times its size); a frame of the tiniest values (a list of
+// booleans: 3 bytes on the wire, an object in memory) would cost more and
+// is refused, so a 16 MiB frame never makes more than about 256 MiB. A
+// frame beyond the budget is a protocol error, which ends the link.
+inline constexpr std::size_t decode_cost_factor = 16;
+inline constexpr std::size_t decode_cost_slack = 64 * 1024;
+
 // A peer broke the protocol: bad frame, bad message, bad property encoding.
 // The link it came over cannot be trusted any more and is closed.
 class protocol_error : public std::runtime_error {

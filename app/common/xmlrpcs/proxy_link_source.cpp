@@ -1,0 +1,100 @@
+// The proxy link in the XML-RPC dispatcher.
+#include "proxy_link_source.h"
+
+#include <algorithm>
+
+#include <vxbase/time.h>
+
+namespace xmlrpcs {
+
+using XmlRpc::XmlRpcDispatch;
+
+proxy_link_source::proxy_link_source(vxcapi::connection& link, XmlRpcDispatch& dispatch,
+                                     bool only_source)
+    : XmlRpc::XmlRpcSource(-1, false),
+      link_(&link),
+      dispatch_(&dispatch),
+      only_source_(only_source) {
+  // The dispatcher must never close the link's socket.
+  setKeepOpen(true);
+  link_->set_watcher(this);
+  sync();
+}
+
+proxy_link_source::~proxy_link_source() { detach(); }
+
+void proxy_link_source::detach() {
+  if (!link_) return;
+  link_->set_watcher(nullptr);
+  if (registered_) dispatch_->removeSource(this);
+  registered_ = false;
+  setfd(-1);
+  link_ = nullptr;
+}
+
+unsigned proxy_link_source::mask() const {
+  return link_->wants_write() ? XmlRpcDispatch::ReadableEvent | XmlRpcDispatch::WritableEvent
+                              : unsigned{XmlRpcDispatch::ReadableEvent};
+}
+
+void proxy_link_source::sync() {
+  if (!link_ || in_event_) return;
+  const int fd = link_->descriptor();
+  if (registered_ && getfd() != fd) {
+    dispatch_->removeSource(this);
+    registered_ = false;
+  }
+  setfd(fd);
+  if (fd < 0) return;
+  if (registered_) {
+    dispatch_->setSourceEvents(this, mask());
+  } else {
+    dispatch_->addSource(this, mask());
+    registered_ = true;
+  }
+}
+
+void proxy_link_source::watch_changed(int, bool) { sync(); }
+
+unsigned proxy_link_source::handleEvent(unsigned eventType) {
+  if (!link_) return 0;
+  const int fd = getfd();
+  in_event_ = true;
+  if (eventType & XmlRpcDispatch::WritableEvent) link_->on_writable();
+  if ((eventType & (XmlRpcDispatch::ReadableEvent | XmlRpcDispatch::Exception)) &&
+      link_->descriptor() == fd)
+    link_->on_readable();
+  in_event_ = false;
+  if (fd >= 0 && link_->descriptor() == fd) return mask();
+  // The link went down (or moved to another socket): this entry goes, and a
+  // new socket is watched from the next slice on.
+  registered_ = false;
+  setfd(-1);
+  return 0;
+}
+
+void proxy_link_source::close() {
+  // Called when the dispatcher lets go of its sources: it no longer lists us.
+  registered_ = false;
+  setfd(-1);
+}
+
+void proxy_link_source::work_slice(double max_seconds) {
+  if (!link_) return;
+  sync();
+  double slice = max_seconds;
+  if (const std::int64_t next = link_->next_deadline_ms(); next >= 0) {
+    const std::int64_t until = std::max<std::int64_t>(0, next - vxcapi::connection::now_ms());
+    slice = std::min(slice, static_cast<double>(until) / 1000.0);
+  }
+  // An empty dispatcher returns at once; the slice's time passes here so
+  // that the loop keeps its pace (not listening and no link, say).
+  if ((only_source_ && !registered_) || dispatch_->empty()) {
+    vxbase::sleep_milliseconds(static_cast<std::uint32_t>(slice * 1000));
+  } else {
+    dispatch_->work(slice);
+  }
+  link_->run_timers();
+}
+
+}  // namespace xmlrpcs

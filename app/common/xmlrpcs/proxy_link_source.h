@@ -1,0 +1,69 @@
+// proxy_link_source: the client proxy link's socket as a source of the
+// XML-RPC dispatcher, so that one loop serves the link and every XML-RPC
+// connection, and a turn of it that wakes in time for the link's deadlines.
+#pragma once
+
+#include <vxcapi/connection.h>
+#include <xmlrpc/XmlRpcDispatch.h>
+#include <xmlrpc/XmlRpcSource.h>
+
+namespace xmlrpcs {
+
+class proxy_link_source : public XmlRpc::XmlRpcSource, public vxcapi::io_watcher {
+ public:
+  // Watches link's socket in dispatch from now on; both must outlive this
+  // object or see detach() first. With only_source the dispatcher watches
+  // nothing else, so a slice without a link socket sleeps instead (the
+  // dispatcher returns at once when it has nothing to watch).
+  proxy_link_source(vxcapi::connection& link, XmlRpc::XmlRpcDispatch& dispatch,
+                    bool only_source = false);
+  ~proxy_link_source() override;
+  proxy_link_source(const proxy_link_source&) = delete;
+  proxy_link_source& operator=(const proxy_link_source&) = delete;
+
+  // Leaves the dispatcher and stops following the link.
+  void detach();
+
+  // Runs the dispatcher for about seconds, in slices that end at the link's
+  // deadlines (its connect time-out, its commands' time-outs) so that those
+  // are kept to the millisecond. Returns early when keep_going turns false
+  // (a stop signal interrupts the wait).
+  template <typename Flag>
+  void work(double seconds, const Flag& keep_going);
+
+  // XmlRpcSource: the link's events. The socket belongs to the link: close()
+  // only forgets it.
+  unsigned handleEvent(unsigned eventType) override;
+  void close() override;
+
+  // vxcapi::io_watcher
+  void watch_changed(int fd, bool want_write) override;
+
+ private:
+  // Brings the dispatcher's entry in line with the link's socket and wishes.
+  void sync();
+  // Runs one slice of at most max_seconds.
+  void work_slice(double max_seconds);
+  unsigned mask() const;
+
+  vxcapi::connection* link_;
+  XmlRpc::XmlRpcDispatch* dispatch_;
+  // Whether the dispatcher has an entry for this source, and for which
+  // descriptor (getfd()).
+  bool registered_ = false;
+  // Inside handleEvent the entry is brought in line by its return value.
+  bool in_event_ = false;
+  bool only_source_;
+};
+
+template <typename Flag>
+void proxy_link_source::work(double seconds, const Flag& keep_going) {
+  const std::int64_t end = vxcapi::connection::now_ms() + static_cast<std::int64_t>(seconds * 1000);
+  for (;;) {
+    const std::int64_t left = end - vxcapi::connection::now_ms();
+    if (left <= 0 || !keep_going()) return;
+    work_slice(static_cast<double>(left) / 1000.0);
+  }
+}
+
+}  // namespace xmlrpcs

@@ -1,0 +1,221 @@
+"""The gateway while its client proxy is slow, stopped or answers out of
+order: a call that waits for the proxy holds up nobody else, every reply
+reaches the client that asked, and a stop signal is obeyed at once.
+
+The bounds below are the behaviours' own (a 200 ms proxy answers sixteen
+clients in about 200 ms, not 3.2 s); they are generous for a loaded 2-core
+machine yet far below what a server that serves one call at a time takes.
+"""
+
+import os
+import signal
+import sys
+import tempfile
+import threading
+import time
+import unittest
+import xmlrpc.client
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import gateway  # noqa: E402
+
+SEND_TIMEOUT = 5.0
+CLIENTS = 16
+
+
+def timed_calls(count, call, start_gate=None):
+    """Runs call(i) on count threads released together; returns a list of
+    (seconds from the release to the answer, answer or exception) and the
+    threads (already joined)."""
+    results = [None] * count
+    gate = start_gate or threading.Barrier(count + 1)
+
+    def run(i):
+        gate.wait()
+        started = time.monotonic()
+        try:
+            answer = call(i)
+        except Exception as e:  # noqa: BLE001 - the test looks at what came back
+            answer = e
+        results[i] = (time.monotonic() - started, answer)
+
+    threads = [threading.Thread(target=run, args=(i,), daemon=True) for i in range(count)]
+    for t in threads:
+        t.start()
+    return results, threads, gate
+
+
+def get_version(_i):
+    with xmlrpc.client.ServerProxy(gateway.URL) as p:
+        return p.getVersion()
+
+
+def wait_recorded(gw, count, timeout=10.0):
+    deadline = time.monotonic() + timeout
+    while len(gw.recorded_commands()) < count and time.monotonic() < deadline:
+        time.sleep(0.02)
+    return len(gw.recorded_commands())
+
+
+def timed(fn):
+    started = time.monotonic()
+    value = fn()
+    return time.monotonic() - started, value
+
+
+@gateway.skip_unless_private_network()
+class SlowProxy(unittest.TestCase):
+    def test_sixteen_clients_of_a_200_ms_proxy_are_answered_together(self):
+        gw = gateway.Gateway(self.addCleanup, sim_args=["--delay-ms", "200"])
+        gw.wait_connected()
+        # Each client opens its connection before the start, so the bound
+        # measures the calls, not sixteen TCP handshakes of a busy machine.
+        proxies = [xmlrpc.client.ServerProxy(gateway.URL) for _ in range(CLIENTS)]
+        for p in proxies:
+            p.system.listMethods()
+        results, threads, gate = timed_calls(CLIENTS, lambda i: proxies[i].getVersion())
+        gate.wait()
+        for t in threads:
+            t.join(3 * SEND_TIMEOUT)
+        for p in proxies:
+            p("close")()
+        for took, answer in results:
+            self.assertIsInstance(answer, dict)
+            self.assertEqual(answer.get("version"), "7.0.0.0", answer)
+            self.assertLess(took, 0.4, "a call took %.3f s" % took)
+
+    def test_introspection_is_answered_while_commands_wait_for_the_proxy(self):
+        gw = gateway.Gateway(self.addCleanup, sim_args=["--delay-ms", "3000"])
+        gw.wait_link_up()
+        before = len(gw.recorded_commands())
+        results, threads, gate = timed_calls(CLIENTS, get_version)
+        gate.wait()
+        self.assertEqual(wait_recorded(gw, before + CLIENTS), before + CLIENTS)
+        s = gw.proxy()
+        for _ in range(5):
+            took, methods = timed(s.system.listMethods)
+            self.assertIn("getVersion", methods)
+            self.assertLess(took, 0.05, "system.listMethods took %.3f s" % took)
+            took, _ = timed(lambda: s.system.methodHelp("jobPause"))
+            self.assertLess(took, 0.05, "system.methodHelp took %.3f s" % took)
+        for t in threads:
+            t.join(3 * SEND_TIMEOUT)
+        for took, answer in results:
+            self.assertEqual(answer.get("version"), "7.0.0.0", answer)
+
+    def test_a_multicall_waits_for_each_entry_and_costs_other_clients_nothing(self):
+        gw = gateway.Gateway(self.addCleanup, sim_args=["--delay-ms", "200"])
+        gw.wait_connected()
+        before = len(gw.recorded_commands())
+        out = {}
+
+        def multicall():
+            with xmlrpc.client.ServerProxy(gateway.URL) as p:
+                calls = [{"methodName": "jobPause", "params": [{"job-id": "job-%d" % i}]}
+                         for i in range(10)]
+                out["took"], out["answer"] = timed(lambda: p.system.multicall(calls))
+
+        t = threading.Thread(target=multicall, daemon=True)
+        t.start()
+        time.sleep(0.5)
+        took, answer = timed(lambda: get_version(0))
+        self.assertEqual(answer.get("version"), "7.0.0.0", answer)
+        self.assertLess(took, 0.6, "getVersion beside the multicall took %.3f s" % took)
+        t.join(30)
+        self.assertEqual(len(out["answer"]), 10)
+        for i, entry in enumerate(out["answer"]):
+            # Each entry is one proxy answer (the jobs do not exist: an error
+            # member naming the job), in order.
+            self.assertIn("job-%d" % i, entry[0]["error"])
+        # Ten entries, each sent after the previous reply: about 2 s.
+        self.assertGreater(out["took"], 1.9)
+        self.assertLess(out["took"], 4.0)
+        # The proxy saw the entries in order, one at a time.
+        jobs = [c["properties"].get("job-id") for c in gw.recorded_commands()[before:]
+                if c["command"] == "proxy.node.job.pause"]
+        self.assertEqual(jobs, ["job-%d" % i for i in range(10)])
+
+
+@gateway.skip_unless_private_network()
+class StoppedProxy(unittest.TestCase):
+    def test_pending_calls_time_out_after_five_seconds_and_introspection_goes_on(self):
+        gw = gateway.Gateway(self.addCleanup, sim_args=[])
+        gw.wait_connected()
+        os.kill(gw.sim.pid, signal.SIGSTOP)
+        self.addCleanup(lambda: os.kill(gw.sim.pid, signal.SIGCONT))
+        results, threads, gate = timed_calls(8, get_version)
+        gate.wait()
+        s = gw.proxy()
+        probe_until = time.monotonic() + 4.0
+        while time.monotonic() < probe_until:
+            took, _ = timed(s.system.listMethods)
+            self.assertLess(took, 0.05, "system.listMethods took %.3f s" % took)
+            time.sleep(0.25)
+        for t in threads:
+            t.join(3 * SEND_TIMEOUT)
+        for took, answer in results:
+            self.assertEqual(answer, {"error": "timed out waiting for reply from client proxy"})
+            self.assertGreater(took, SEND_TIMEOUT - 0.1)
+            self.assertLess(took, SEND_TIMEOUT + 1.5)
+
+    def test_sigterm_ends_the_server_at_once_with_commands_outstanding(self):
+        gw = gateway.Gateway(self.addCleanup, sim_args=["--delay-ms", "4000"])
+        gw.wait_link_up()
+        before = len(gw.recorded_commands())
+        results, threads, gate = timed_calls(CLIENTS, get_version)
+        gate.wait()
+        self.assertEqual(wait_recorded(gw, before + CLIENTS), before + CLIENTS)
+        started = time.monotonic()
+        gw.server.proc.send_signal(signal.SIGTERM)
+        gw.server.proc.wait(10)
+        took = time.monotonic() - started
+        self.assertLess(took, 0.5, "the server took %.3f s to end" % took)
+        self.assertEqual(gw.server.proc.returncode, 0)
+        for t in threads:
+            t.join(3 * SEND_TIMEOUT)
+        for _took, answer in results:
+            # The connection was closed without a response.
+            self.assertIsInstance(answer, (ConnectionError, xmlrpc.client.ProtocolError,
+                                           OSError, http_exception()))
+
+
+def http_exception():
+    import http.client
+    return http.client.HTTPException
+
+
+@gateway.skip_unless_private_network()
+class OutOfOrderReplies(unittest.TestCase):
+    def test_each_reply_reaches_the_client_that_asked(self):
+        gw = gateway.Gateway(self.addCleanup, sim_args=["--jitter-ms", "150"])
+        gw.wait_connected()
+        tmp = tempfile.TemporaryDirectory(prefix="xmlrpcs-jitter-")
+        self.addCleanup(tmp.cleanup)
+        files = []
+        for i in range(CLIENTS):
+            path = os.path.join(tmp.name, "client%02d.ext%d" % (i, i))
+            with open(path, "wb") as f:
+                f.write(b"x" * (100 + i))
+            files.append(path)
+
+        def analyze(i):
+            answers = []
+            with xmlrpc.client.ServerProxy(gateway.URL) as p:
+                for _ in range(5):
+                    answers.append(p.analyzeFile({"file": files[i]}))
+            return answers
+
+        results, threads, gate = timed_calls(CLIENTS, analyze)
+        gate.wait()
+        for t in threads:
+            t.join(30)
+        for i, (_took, answers) in enumerate(results):
+            self.assertIsInstance(answers, list, answers)
+            for a in answers:
+                self.assertEqual(a.get("size"), 100 + i, a)
+                self.assertEqual(a.get("container"), "ext%d" % i, a)
+
+
+if __name__ == "__main__":
+    gateway.run_in_private_network()
+    unittest.main()
