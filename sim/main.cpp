@@ -1,20 +1,14 @@
 // ClientProxySim: a stand-in for the local client proxy, for tests and for
 // trying the server without a cluster.
-#include <csignal>
 #include <cstdio>
 #include <exception>
+
+#include <vxbase/platform.h>
 
 #include "command_registry.h"
 #include "options.h"
 #include "sim_server.h"
-
-namespace {
-
-volatile std::sig_atomic_t stop_requested = 0;
-
-void on_stop_signal(int) { stop_requested = 1; }
-
-}  // namespace
+#include "stop_request.h"
 
 int main(int argc, char** argv) {
   std::string error;
@@ -27,21 +21,13 @@ int main(int argc, char** argv) {
     std::fputs(sim::usage(), stdout);
     return 0;
   }
-  // SIGINT and SIGTERM stay blocked except inside the wait, so a stop
-  // request can never fall between the flag test and the wait.
-  sigset_t stop_set, wait_mask;
-  sigemptyset(&stop_set);
-  sigaddset(&stop_set, SIGINT);
-  sigaddset(&stop_set, SIGTERM);
-  sigprocmask(SIG_BLOCK, &stop_set, &wait_mask);
-  sigdelset(&wait_mask, SIGINT);
-  sigdelset(&wait_mask, SIGTERM);
-  struct sigaction sa {};
-  sa.sa_handler = on_stop_signal;
-  sigemptyset(&sa.sa_mask);
-  sigaction(SIGINT, &sa, nullptr);
-  sigaction(SIGTERM, &sa, nullptr);
-  std::signal(SIGPIPE, SIG_IGN);
+  sim::install_stop_handlers();
+  // Winsock 2.0 (nothing to start on Linux).
+  std::uint16_t obtained = 0;
+  if (vxbase::platform::socket_startup(0x0002, obtained) != 0) {
+    std::fputs("ClientProxySim: cannot start the socket library\n", stderr);
+    return 1;
+  }
 
   try {
     sim::command_registry registry;
@@ -50,7 +36,7 @@ int main(int argc, char** argv) {
     const auto port = server.listen();
     std::printf("ClientProxySim listening on 127.0.0.1:%u (protocol %u)\n", port, opts->protocol);
     std::fflush(stdout);
-    server.run(stop_requested, wait_mask);
+    server.run();
   } catch (const std::exception& e) {
     std::fprintf(stderr, "ClientProxySim: %s\n", e.what());
     return 1;

@@ -1,24 +1,20 @@
 // The simulator's poll loop over the listener and its clients.
 #include "sim_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
+#include <vxbase/net.h>
 #include <vxcore/property_values.h>
 
 #include "json_render.h"
+#include "stop_request.h"
 
 namespace sim {
+namespace net = vxbase::net;
 namespace {
 
 using vxnet::vxp::message;
@@ -71,8 +67,8 @@ sim_server::sim_server(const options& opts, const command_registry& registry)
 }
 
 sim_server::~sim_server() {
-  for (auto& c : clients_) ::close(c->fd);
-  if (listen_fd_ >= 0) ::close(listen_fd_);
+  for (auto& c : clients_) net::close_socket(c->fd);
+  if (listen_fd_ >= 0) net::close_socket(listen_fd_);
   if (record_) std::fclose(record_);
 }
 
@@ -82,40 +78,39 @@ std::uint16_t sim_server::listen() {
     if (!record_)
       throw std::runtime_error("cannot open " + opts_.record + ": " + std::strerror(errno));
   }
-  listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (listen_fd_ < 0) throw std::runtime_error(std::string("socket: ") + std::strerror(errno));
-  const int one = 1;
-  ::setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  listen_fd_ = net::open_socket(AF_INET, SOCK_STREAM, 0);
+  if (listen_fd_ < 0) throw std::runtime_error("socket: " + net::error_text(net::last_error()));
+  net::set_listener_address_reuse(listen_fd_);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_port = htons(opts_.port);
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   if (::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0)
     throw std::runtime_error("cannot bind 127.0.0.1:" + std::to_string(opts_.port) + ": " +
-                             std::strerror(errno));
+                             net::error_text(net::last_error()));
   if (::listen(listen_fd_, SOMAXCONN) != 0)
-    throw std::runtime_error(std::string("listen: ") + std::strerror(errno));
+    throw std::runtime_error("listen: " + net::error_text(net::last_error()));
   socklen_t len = sizeof addr;
   ::getsockname(listen_fd_, reinterpret_cast<sockaddr*>(&addr), &len);
   return ntohs(addr.sin_port);
 }
 
-void sim_server::run(const volatile std::sig_atomic_t& stop, const sigset_t& wait_mask) {
+void sim_server::run() {
   std::vector<pollfd> fds;
-  while (!stop) {
+  while (!stop_requested()) {
     fds.clear();
-    fds.push_back({listen_fd_, POLLIN, 0});
+    fds.push_back(net::watch(listen_fd_, POLLIN));
     for (const auto& c : clients_) {
       const bool pending = c->out_pos < c->outbox.size();
-      fds.push_back(
-          {c->fd, static_cast<short>((c->closing ? 0 : POLLIN) | (pending ? POLLOUT : 0)), 0});
+      fds.push_back(net::watch(
+          c->fd, static_cast<short>((c->closing ? 0 : POLLIN) | (pending ? POLLOUT : 0))));
     }
     const int timeout = next_timeout_ms(now_ms());
-    timespec ts{timeout / 1000, (timeout % 1000) * 1000000L};
-    const int n = ::ppoll(fds.data(), fds.size(), timeout < 0 ? nullptr : &ts, &wait_mask);
+    const int n = wait_events(fds.data(), fds.size(), timeout);
     if (n < 0) {
-      if (errno == EINTR) continue;
-      throw std::runtime_error(std::string("poll: ") + std::strerror(errno));
+      const int error = net::last_error();
+      if (net::is_interrupted(error)) continue;
+      throw std::runtime_error("poll: " + net::error_text(error));
     }
     // Clients first: accepting appends to clients_, which fds must match.
     const std::int64_t now = now_ms();
@@ -132,7 +127,7 @@ void sim_server::run(const volatile std::sig_atomic_t& stop, const sigset_t& wai
       if (keep) {
         kept.push_back(std::move(clients_[i]));
       } else {
-        ::close(c.fd);
+        net::close_socket(c.fd);
         log_line(client_label(c.number) + " closed");
       }
     }
@@ -143,15 +138,14 @@ void sim_server::run(const volatile std::sig_atomic_t& stop, const sigset_t& wai
 
 void sim_server::accept_clients() {
   for (;;) {
-    const int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const int fd = net::accept_socket(listen_fd_);
     if (fd < 0) return;  // EAGAIN: all taken; anything else: try next turn
     if (clients_.size() >= max_clients) {
       log_line("too many clients; connection refused");
-      ::close(fd);
+      net::close_socket(fd);
       continue;
     }
-    const int one = 1;
-    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    net::set_no_delay(fd);
     auto c = std::make_unique<client>();
     c->fd = fd;
     c->number = ++accepted_;
@@ -162,9 +156,9 @@ void sim_server::accept_clients() {
 
 bool sim_server::read_from(client& c) {
   char chunk[read_chunk];
-  const ssize_t got = ::recv(c.fd, chunk, sizeof chunk, 0);
+  const long got = net::recv_some(c.fd, chunk, sizeof chunk);
   if (got == 0) return false;
-  if (got < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+  if (got < 0) return net::is_transient(net::last_error());
   if (c.closing) return true;  // the link is ending: what follows is ignored
   c.reader.feed(chunk, static_cast<std::size_t>(got));
   try {
@@ -265,9 +259,9 @@ void sim_server::release_due(client& c, std::int64_t now) {
 
 bool sim_server::write_to(client& c) {
   while (c.out_pos < c.outbox.size()) {
-    const ssize_t sent =
-        ::send(c.fd, c.outbox.data() + c.out_pos, c.outbox.size() - c.out_pos, MSG_NOSIGNAL);
-    if (sent < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    const long sent =
+        net::send_some(c.fd, c.outbox.data() + c.out_pos, c.outbox.size() - c.out_pos);
+    if (sent < 0) return net::is_transient(net::last_error());
     c.out_pos += static_cast<std::size_t>(sent);
   }
   c.outbox.clear();

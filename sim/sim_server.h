@@ -2,7 +2,6 @@
 // hello and their commands through the command registry.
 #pragma once
 
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -35,9 +34,9 @@ class sim_server {
   // when that is not possible.
   std::uint16_t listen();
 
-  // Serves until stop becomes non-zero. The signals in stop_signals are
-  // blocked except while waiting, so a stop request is seen at once.
-  void run(const volatile std::sig_atomic_t& stop, const sigset_t& wait_mask);
+  // Serves until a stop is requested (stop_request.h), which the wait
+  // always sees at once.
+  void run();
 
  private:
   struct client {

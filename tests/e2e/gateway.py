@@ -7,8 +7,10 @@ script under `unshare --net` with loopback up; otherwise the tests skip
 with the reason (skip_unless_private_network).
 """
 
+import atexit
 import json
 import os
+import shutil
 import signal
 import subprocess
 import sys
@@ -19,6 +21,10 @@ import xmlrpc.client
 
 BUILD_DIR = os.environ.get("XMLRPCS_BUILD_DIR", os.path.join(os.path.dirname(__file__), "..", "..", "build"))
 BIN = os.path.join(BUILD_DIR, "bin")
+# The Windows build: its programs end in ".exe" and run through an emulator
+# (scripts/wine-run.sh), set by the build's test registration.
+EXE_SUFFIX = os.environ.get("XMLRPCS_EXE_SUFFIX", "")
+EMULATOR = os.environ.get("XMLRPCS_EMULATOR", "")
 SERVER_PORT = 40431
 URL = "http://127.0.0.1:%d/" % SERVER_PORT
 NOT_CONNECTED = "not connected to client proxy"
@@ -41,6 +47,37 @@ def run_in_private_network():
     argv = ["unshare", "--net", "sh", "-c", script, sys.executable] + sys.argv
     sys.stdout.flush()
     os.execvpe("unshare", argv, env)
+
+
+def program(name):
+    """The command that runs one of the build's programs (with the emulator
+    in front for the Windows build)."""
+    return ([EMULATOR] if EMULATOR else []) + [os.path.join(BIN, name + EXE_SUFFIX)]
+
+
+def _private_wine_prefix():
+    """Wine's sockets belong to its wineserver: inside the namespace the
+    script needs a prefix whose server runs there too. It is a copy of
+    XMLRPCS_WINE_TEMPLATE (a booted prefix) when given, else booted anew;
+    its server is ended and the prefix removed when the script ends."""
+    base = tempfile.mkdtemp(prefix="xmlrpcs-wine-")
+    prefix = os.path.join(base, "wine")
+    template = os.environ.get("XMLRPCS_WINE_TEMPLATE")
+    if template and os.path.isdir(template):
+        shutil.copytree(template, prefix, symlinks=True)
+        # The template's server socket folder is keyed by the prefix's inode:
+        # the copy gets a new one, so nothing of the template's server is used.
+    os.environ["WINEPREFIX"] = prefix
+    subprocess.run([EMULATOR, "--start"], check=True)
+
+    def stop():
+        subprocess.run([EMULATOR, "--stop"])
+        shutil.rmtree(base, ignore_errors=True)
+    atexit.register(stop)
+
+
+if EMULATOR and os.environ.get(_MARK):
+    _private_wine_prefix()
 
 
 def skip_unless_private_network():
@@ -109,7 +146,7 @@ class Gateway:
         self.start_server()
 
     def start_sim(self, extra=()):
-        argv = [os.path.join(BIN, "ClientProxySim"), "--record", self.record] + self.sim_args + list(extra)
+        argv = program("ClientProxySim") + ["--record", self.record] + self.sim_args + list(extra)
         self.sim = Process(argv, os.path.join(self.dir.name, "sim.log"))
         self.add_cleanup(self.sim.stop)
         self.sim.wait_for_output("listening")
@@ -117,13 +154,13 @@ class Gateway:
 
     def start_server(self):
         cfg = os.path.join(self.dir.name, "XMLRPCServer.xml")
-        text = subprocess.run([os.path.join(BIN, "XMLRPCServer"), "--cfg"], check=True,
+        text = subprocess.run(program("XMLRPCServer") + ["--cfg"], check=True,
                               capture_output=True, text=True).stdout
         # No DNS-SD announcement from tests.
         text = text.replace("<publish>true</publish>", "<publish>false</publish>")
         with open(cfg, "w") as f:
             f.write(text)
-        self.server = Process([os.path.join(BIN, "XMLRPCServer"), "--usecfg", cfg],
+        self.server = Process(program("XMLRPCServer") + ["--usecfg", cfg],
                               os.path.join(self.dir.name, "server.log"))
         self.add_cleanup(self.server.stop)
         self.add_cleanup(self._close_proxy)

@@ -166,8 +166,7 @@ TEST(config_schema, default_file_validates_against_both_schemas) {
 }
 
 TEST(config_schema, default_path) {
-  EXPECT_EQ(xmlrpcs::default_configuration_path(),
-            "/var/lib/Holvenmark/Corvane 7/XMLRPCServer.xml");
+  EXPECT_EQ(xmlrpcs::default_configuration_path(), XMLRPCS_EXPECTED_CONFIG_PATH);
 }
 
 }  // namespace

@@ -98,7 +98,7 @@ TEST(opts, help_text_sequence) {
                             "            If no argument is given, the default config file",
                             "            will be used, and created if it doesn't exist.",
                             "            This is the default configuration file:",
-                            "/var/lib/Holvenmark/Corvane 7/XMLRPCServer.xml",
+                            XMLRPCS_EXPECTED_CONFIG_PATH,
                             "-h, --help",
                             "Display help."};
   std::size_t pos = 0;

@@ -29,3 +29,12 @@ TEST(path, new_suffix_gives_backup_name) {
 }
 
 }  // namespace
+
+TEST(path, absolute_paths_start_at_the_root) {
+  EXPECT_TRUE(vxbase::path_is_absolute(std::string(1, vxbase::path_separator) + "logs"));
+  EXPECT_TRUE(vxbase::path_is_absolute("/logs"));
+  EXPECT_FALSE(vxbase::path_is_absolute("logs"));
+  EXPECT_FALSE(vxbase::path_is_absolute(""));
+  // A drive names the root only where paths have drives.
+  EXPECT_EQ(vxbase::path_is_absolute("C:\\logs"), vxbase::os::drive_letters);
+}

@@ -2,7 +2,6 @@
 // command line, settles the configuration and runs the server until it is
 // stopped.
 #include <atomic>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -25,7 +24,7 @@ namespace {
 
 // Cleared only by a stop signal; the main loop tests it every turn.
 std::atomic<bool> running{true};
-static_assert(std::atomic<bool>::is_always_lock_free, "the stop signal handler clears it");
+static_assert(std::atomic<bool>::is_always_lock_free, "the stop request handler clears it");
 
 // The server being run, for anyone who needs the one instance.
 xmlrpcs::xmlrpcserver* current_server = nullptr;
@@ -33,19 +32,12 @@ xmlrpcs::xmlrpcserver* current_server = nullptr;
 // The socket library version the program is written for: 2.0.
 constexpr std::uint16_t socket_version = 0x0002;
 
-void stop_running(int) { running.store(false); }
+void stop_running() { running.store(false); }
 
-// SIGINT and SIGTERM end the main loop, which then returns normally, so the
+// A stop request (SIGINT, SIGTERM; Ctrl-C, Ctrl-Break, closing the console
+// on Windows) ends the main loop, which then returns normally, so the
 // server is taken down through its destructor.
-void install_stop_signals() {
-  struct sigaction action {};
-  action.sa_handler = stop_running;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-  // A client that hangs up mid-response must not kill the server.
-  std::signal(SIGPIPE, SIG_IGN);
-}
+void install_stop_signals() { vxbase::platform::on_stop_request(stop_running); }
 
 void start_sockets() {
   std::uint16_t obtained = 0;

@@ -1,13 +1,13 @@
 // Whole-file reading and writing.
 #include <vxbase/fileutil.h>
 
-#include <fcntl.h>
-#include <unistd.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include <vxbase/es.h>
+#include <vxbase/os_traits.h>
+#include <vxbase/platform.h>
 
 namespace vxbase::fileutil {
 
@@ -20,7 +20,7 @@ constexpr std::size_t read_chunk = 64 * 1024;
 }  // namespace
 
 std::string get_file_content(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = ::open(path.c_str(), O_RDONLY | os::open_flags);
   if (fd < 0)
     es::call_raise(location, __LINE__, "cannot open %s: %s", path.c_str(), std::strerror(errno));
   std::string out;
@@ -42,7 +42,7 @@ std::string get_file_content(const std::string& path) {
 
 void set_file_content(const std::string& path, const std::string& buffer) {
   const std::string temp = path + ".tmp";
-  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | os::open_flags, 0644);
   if (fd < 0)
     es::call_raise(location, __LINE__, "cannot create %s: %s", temp.c_str(), std::strerror(errno));
   std::size_t done = 0;
@@ -62,8 +62,7 @@ void set_file_content(const std::string& path, const std::string& buffer) {
     ::unlink(temp.c_str());
     es::call_raise(location, __LINE__, "cannot write %s: %s", temp.c_str(), std::strerror(err));
   }
-  if (std::rename(temp.c_str(), path.c_str()) != 0) {
-    const int err = errno;
+  if (const int err = platform::replace_file(temp, path); err != 0) {
     ::unlink(temp.c_str());
     es::call_raise(location, __LINE__, "cannot replace %s: %s", path.c_str(), std::strerror(err));
   }

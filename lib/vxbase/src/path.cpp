@@ -1,6 +1,8 @@
 // Path text helpers.
 #include <vxbase/path.h>
 
+#include <cctype>
+
 namespace vxbase {
 
 std::string path_appended(std::string_view dir, std::string_view name, char separator) {
@@ -8,6 +10,12 @@ std::string path_appended(std::string_view dir, std::string_view name, char sepa
   if (!out.empty() && out.back() != separator) out += separator;
   out += name;
   return out;
+}
+
+bool path_is_absolute(std::string_view path) {
+  if (!path.empty() && (path.front() == path_separator || path.front() == '/')) return true;
+  return os::drive_letters && path.size() >= 2 &&
+         std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
 }
 
 std::string path_directory(std::string_view path, char separator, int) {

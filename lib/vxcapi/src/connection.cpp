@@ -3,7 +3,6 @@
 // between, all driven by the owner's readiness events.
 #include <vxcapi/connection.h>
 
-#include <cerrno>
 #include <exception>
 #include <utility>
 
@@ -298,7 +297,7 @@ bool connection::flush() {
     const long sent =
         detail::transmit(fd_, outbox_.data() + out_pos_, outbox_.size() - out_pos_, error);
     if (sent < 0) {
-      if (error == EINTR) continue;
+      if (detail::is_interrupted(error)) continue;
       if (detail::would_block(error)) return true;
       drop("write failed: " + detail::errno_text(error), true);
       return false;
@@ -339,7 +338,7 @@ void connection::on_readable() {
       return;
     }
     if (got < 0) {
-      if (error == EINTR) continue;
+      if (detail::is_interrupted(error)) continue;
       if (detail::would_block(error)) break;
       if (state_ == link_state::hello)
         finish_attempt(detail::is_refusal(error) ? rc_unreachable : rc_failed,

@@ -1,5 +1,5 @@
-// Internal: the POSIX socket steps of the proxy connection (the platform
-// layer of vxcapi), with errno turned into text.
+// Internal: the socket steps of the proxy connection (the platform layer of
+// vxcapi: socket_util_posix.cpp, socket_util_win32.cpp), errors as text.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +40,8 @@ bool is_refusal(int error) noexcept;
 long receive(int fd, char* data, std::size_t size, int& error) noexcept;
 long transmit(int fd, const char* data, std::size_t size, int& error) noexcept;
 bool would_block(int error) noexcept;
+// The call was cut short by a signal (EINTR, WSAEINTR).
+bool is_interrupted(int error) noexcept;
 
 void close_socket(int fd) noexcept;
 

@@ -33,7 +33,7 @@ std::string resolve_path(std::string_view path) {
   if (path.empty()) {
     return vxbase::path_appended(product_data_folder(), default_log_folder);
   }
-  if (path.front() == vxbase::path_separator) {
+  if (vxbase::path_is_absolute(path)) {
     return std::string(path);
   }
   return vxbase::path_appended(product_data_folder(), path);

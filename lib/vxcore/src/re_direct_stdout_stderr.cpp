@@ -1,20 +1,20 @@
 // Re-direction of standard output and standard error into a file.
 #include "vxcore/re_direct_stdout_stderr.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <vxbase/os_traits.h>
 
 namespace vxcore {
 
 namespace {
 
 // rw-r--r--: the owner writes, everyone may read the daemon's output.
-constexpr mode_t output_file_mode = 0644;
+constexpr int output_file_mode = 0644;
 
 }  // namespace
 
 std::FILE* re_direct_stdout_stderr(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, output_file_mode);
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | vxbase::os::open_flags,
+                        output_file_mode);
   if (fd < 0) {
     return nullptr;
   }

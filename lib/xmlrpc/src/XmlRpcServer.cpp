@@ -2,9 +2,6 @@
 // registry of methods by name.
 #include "xmlrpc/XmlRpcServer.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <vector>
 
@@ -108,10 +105,7 @@ bool XmlRpcServer::bindAndListen(int port, int backlog) {
 
 int XmlRpcServer::getPort() const {
   if (getfd() < 0) return -1;
-  sockaddr_in addr{};
-  socklen_t len = sizeof(addr);
-  if (::getsockname(getfd(), reinterpret_cast<sockaddr*>(&addr), &len) != 0) return -1;
-  return ntohs(addr.sin_port);
+  return XmlRpcSocket::getPort(getfd());
 }
 
 void XmlRpcServer::work(double timeout) {

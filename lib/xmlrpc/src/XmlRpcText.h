@@ -3,9 +3,7 @@
 // existing buffer, and the classic locale for number conversion.
 #pragma once
 
-#include <locale.h>
 #include <climits>
-#include <clocale>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -91,8 +89,11 @@ inline std::string_view nextTag(std::string_view xml, int* offset) {
 // Appends raw to out with < > & ' " replaced by their entities.
 void appendXmlEncoded(std::string& out, std::string_view raw);
 
-// The "C" locale, made once: numbers are written and read with a decimal
-// point whatever locale the process may have switched to.
-locale_t classicLocale();
+// Doubles are written and read in the "C" locale, with a decimal point
+// whatever locale the process may have switched to (XmlRpcLocale_posix.cpp,
+// XmlRpcLocale_win32.cpp). formatClassic is snprintf with one double;
+// parseClassic is strtod.
+int formatClassic(char* buffer, std::size_t size, const char* format, double value);
+double parseClassic(const char* text, char** end);
 
 }  // namespace XmlRpc::detail

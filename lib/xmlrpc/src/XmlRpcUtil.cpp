@@ -144,10 +144,4 @@ std::string XmlRpcUtil::xmlDecode(std::string_view encoded) {
   return out;
 }
 
-locale_t detail::classicLocale() {
-  // Never freed: it is needed until the process ends.
-  static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-  return locale;
-}
-
 }  // namespace XmlRpc

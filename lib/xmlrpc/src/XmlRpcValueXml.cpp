@@ -542,9 +542,8 @@ void XmlRpcValue::appendDouble(std::string& out) const {
     return;
   }
   char buffer[kDoubleBufferSize];
-  const locale_t previous = uselocale(detail::classicLocale());
-  const int length = std::snprintf(buffer, sizeof buffer, doubleFormat().c_str(), _value.asDouble);
-  uselocale(previous);
+  const int length =
+      detail::formatClassic(buffer, sizeof buffer, doubleFormat().c_str(), _value.asDouble);
   if (length > 0) out.append(buffer, std::min(static_cast<std::size_t>(length), sizeof buffer - 1));
 }
 
@@ -772,7 +771,7 @@ bool XmlRpcValue::readDouble(std::string_view xml, int* offset, std::size_t next
     terminated = heapBuffer.c_str();
   }
   char* parsedEnd = nullptr;
-  const double number = strtod_l(terminated, &parsedEnd, detail::classicLocale());
+  const double number = detail::parseClassic(terminated, &parsedEnd);
   if (parsedEnd == terminated) return false;
   _type = TypeDouble;
   _value.asDouble = number;

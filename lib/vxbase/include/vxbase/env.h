@@ -5,7 +5,8 @@
 
 namespace vxbase::env {
 
-// The directory holding the running executable (from /proc/self/exe),
+// The directory holding the running executable (from /proc/self/exe on
+// Linux, GetModuleFileNameA on Windows),
 // without a trailing separator. Raises es::call_error when it cannot be read.
 std::string get_executable_path();
 

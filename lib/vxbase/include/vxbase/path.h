@@ -4,16 +4,22 @@
 #include <string>
 #include <string_view>
 
+#include <vxbase/os_traits.h>
+
 namespace vxbase {
 
 // The separator of this platform's paths.
-inline constexpr char path_separator = '/';
+inline constexpr char path_separator = os::path_separator;
 
 // dir joined with name by one separator: path_appended("a/b", "c.xml", '/')
 // => "a/b/c.xml"; a separator already ending dir is not doubled; an empty
 // dir gives name alone.
 std::string path_appended(std::string_view dir, std::string_view name,
                           char separator = path_separator);
+
+// Whether path names a place from the root: it starts with a separator
+// (or '/'), or, on Windows, with a drive ("C:").
+bool path_is_absolute(std::string_view path);
 
 // Everything before the last separator: path_directory("a/b/c.xml", '/', 0)
 // => "a/b"; "" when there is none; "/" for a file in the root. flags is

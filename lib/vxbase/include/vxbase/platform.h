@@ -1,5 +1,6 @@
 // The thin layer over operating system services the program's start-up
-// uses. On Linux most of them have nothing to do; each says why.
+// uses: the Windows calls themselves on Windows (platform_win32.cpp); on
+// Linux most of them have nothing to do, each says why (platform_posix.cpp).
 #pragma once
 
 #include <cstdint>
@@ -44,5 +45,16 @@ int common_app_data_folder(int key, std::string& folder);
 
 // The folder key of the common application data folder.
 inline constexpr int folder_common_app_data = 35;
+
+// Renames from over to, replacing a file that is there (Windows' rename
+// refuses to). Returns 0, or the errno value of the reason.
+int replace_file(const std::string& from, const std::string& to) noexcept;
+
+// Calls stop() when the user or the system asks the program to end:
+// SIGINT and SIGTERM on Linux (and SIGPIPE is ignored, so a peer that hangs
+// up cannot kill the process); Ctrl-C, Ctrl-Break and closing the console
+// window on Windows. stop() runs in a signal handler or on a thread of the
+// system's, so it may only set a flag.
+void on_stop_request(void (*stop)()) noexcept;
 
 }  // namespace vxbase::platform

@@ -19,14 +19,17 @@ enum class event_type : std::uint16_t {
 // 5 to 7 (notice to debug) information, any other number success.
 event_type event_type_for_severity(std::int32_t severity) noexcept;
 
-// The syslog(3) priority of an event type: error LOG_ERR, warning
-// LOG_WARNING, information LOG_INFO, success LOG_NOTICE.
+// The system log's level of an event type. Linux, syslog(3): error LOG_ERR,
+// warning LOG_WARNING, information LOG_INFO, success LOG_NOTICE. Windows,
+// the event log: EVENTLOG_ERROR_TYPE, _WARNING_TYPE, _INFORMATION_TYPE,
+// EVENTLOG_SUCCESS.
 int system_log_priority(event_type type) noexcept;
 
-// Sends one event to the system log as the daemon facility: the source is
-// the program name shown with the process id, the text is the header, ": "
-// and the message. The log is opened and closed around each event, so that
-// nothing stays registered between messages. Failures (no log daemon, a
+// Sends one event to the system log (Linux: syslog's daemon facility, the
+// source shown with the process id; Windows: the application event log
+// through RegisterEventSourceA / ReportEventA / DeregisterEventSource): the
+// text is the header, ": " and the message. The log is opened and closed
+// around each event, so that nothing stays registered between messages. Failures (no log daemon, a
 // full socket) are silent: the event is lost, nothing is thrown.
 void write_system_log(const char* source, event_type type, std::string_view header,
                       std::string_view message) noexcept;

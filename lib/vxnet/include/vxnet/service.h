@@ -1,5 +1,7 @@
-// DNS-SD publication: announces a TCP service on the local network through
-// the Avahi daemon for as long as the service object lives.
+// DNS-SD publication: announces a TCP service on the local network for as
+// long as the service object lives: through the Avahi daemon on Linux
+// (service_posix.cpp), through Bonjour's dnssd.dll or else Windows' own
+// DnsServiceRegister on Windows (service_win32.cpp).
 #pragma once
 
 #include <chrono>

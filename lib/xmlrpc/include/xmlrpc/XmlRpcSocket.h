@@ -1,4 +1,5 @@
-// XmlRpcSocket: the engine's thin layer over the operating system's sockets.
+// XmlRpcSocket: the engine's thin layer over the operating system's sockets
+// (XmlRpcSocket_posix.cpp or XmlRpcSocket_win32.cpp by platform).
 // Failures are reported by the result; getErrorMsg() tells the reason.
 #pragma once
 
@@ -37,6 +38,9 @@ class XmlRpcSocket {
   // Looks at the socket without taking anything: *eof when the peer has
   // closed, *data when bytes are waiting. False on a real error.
   static bool nbPeek(int fd, bool* eof, bool* data);
+
+  // The local port the socket is bound to; -1 when it cannot be read.
+  static int getPort(int fd);
 
   // The error number of the last failed socket call.
   static int getError();

@@ -1,5 +1,6 @@
-// XmlRpcSocket on POSIX: errno is the socket error number, fcntl the
-// non-blocking switch, and MSG_NOSIGNAL spares the process SIGPIPE.
+// XmlRpcSocket on POSIX (XmlRpcSocket_win32.cpp is the Windows side): errno
+// is the socket error number, fcntl the non-blocking switch, and
+// MSG_NOSIGNAL spares the process SIGPIPE.
 #include "xmlrpc/XmlRpcSocket.h"
 
 #include <arpa/inet.h>
@@ -144,6 +145,13 @@ bool XmlRpcSocket::nonFatalError() {
   int err = getError();
   return err == EINTR || err == EAGAIN || err == EWOULDBLOCK || err == EINPROGRESS ||
          err == kWsaWouldBlock || err == kWsaInProgress;
+}
+
+int XmlRpcSocket::getPort(int fd) {
+  sockaddr_in addr{};
+  socklen_t len = sizeof(addr);
+  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) return -1;
+  return ntohs(addr.sin_port);
 }
 
 bool XmlRpcSocket::outOfDescriptors() {

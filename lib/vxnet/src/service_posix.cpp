@@ -1,5 +1,6 @@
-// vxnet::service: checks its arguments, hands the publication to its own
-// event-loop thread and takes it down again without waiting on the daemon.
+// vxnet::service on Linux (Avahi): checks its arguments, hands the
+// publication to its own event-loop thread and takes it down again without
+// waiting on the daemon.
 #include <vxnet/service.h>
 
 #include <pthread.h>

@@ -3,7 +3,10 @@
 
 #include <sys/resource.h>
 
+#include <cerrno>
 #include <climits>
+#include <csignal>
+#include <cstdio>
 
 namespace vxbase::platform {
 
@@ -38,6 +41,28 @@ int common_app_data_folder(int key, std::string& folder) {
   if (key != folder_common_app_data) return -1;
   folder = "/var/lib";
   return 0;
+}
+
+int replace_file(const std::string& from, const std::string& to) noexcept {
+  return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+namespace {
+void (*stop_callback)() = nullptr;
+
+void on_signal(int) {
+  if (stop_callback) stop_callback();
+}
+}  // namespace
+
+void on_stop_request(void (*stop)()) noexcept {
+  stop_callback = stop;
+  struct sigaction action {};
+  action.sa_handler = on_signal;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
 }
 
 }  // namespace vxbase::platform

@@ -1,4 +1,5 @@
-// AES-256-GCM through OpenSSL's EVP interface, with the library's own key.
+// AES-256-GCM through OpenSSL's EVP interface, with the library's own key
+// (Linux; Windows uses the system's CNG, aes_win32.cpp).
 #include <vxcore/aes.h>
 
 #include <algorithm>

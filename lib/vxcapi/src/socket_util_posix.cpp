@@ -1,4 +1,5 @@
-// The POSIX socket steps of the proxy connection.
+// The proxy connection's socket steps on POSIX (socket_util_win32.cpp is the
+// Windows side).
 #include "socket_util.h"
 
 #include <netdb.h>
@@ -94,6 +95,8 @@ long transmit(int fd, const char* data, std::size_t size, int& error) noexcept {
 bool would_block(int error) noexcept {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
+
+bool is_interrupted(int error) noexcept { return error == EINTR; }
 
 void close_socket(int fd) noexcept { ::close(fd); }
 

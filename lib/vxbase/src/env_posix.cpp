@@ -1,4 +1,4 @@
-// The executable's directory.
+// The executable's directory, from /proc/self/exe.
 #include <vxbase/env.h>
 
 #include <unistd.h>

@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# Runs a Windows program under Wine, quietly, in a private Wine prefix.
+#   scripts/wine-run.sh PROGRAM.exe [ARG...]   run one program
+#   scripts/wine-run.sh --start                make $WINEPREFIX and keep its wineserver up
+#   scripts/wine-run.sh --stop                 end $WINEPREFIX's wineserver (and only it)
+# With WINEPREFIX set (and started), programs share that prefix and its
+# server, which is how ctest runs them; without it each run makes a prefix
+# of its own and removes it afterwards.
+set -euo pipefail
+
+export WINEDEBUG=-all
+# No Mono or Gecko installer dialogs: the programs use neither.
+export WINEDLLOVERRIDES="mscoree,mshtml="
+
+start_prefix() {
+  mkdir -p "$WINEPREFIX"
+  # A persistent server, started with its output away from the caller's
+  # pipes (or it would hold them open after the test ends).
+  # (It fails when the prefix's server already runs, which is fine.)
+  wineserver -p </dev/null >/dev/null 2>&1 || true
+  if [[ ! -f $WINEPREFIX/.booted ]]; then
+    wine wineboot -i </dev/null >/dev/null 2>&1
+    touch "$WINEPREFIX/.booted"
+  fi
+}
+
+case "${1:-}" in
+  --start)
+    : "${WINEPREFIX:?set WINEPREFIX to the private prefix to make}"
+    start_prefix
+    exit 0
+    ;;
+  --stop)
+    : "${WINEPREFIX:?set WINEPREFIX to the prefix whose server to end}"
+    wineserver -k </dev/null >/dev/null 2>&1 || true
+    exit 0
+    ;;
+  "")
+    echo "usage: $0 PROGRAM.exe [ARG...] | --start | --stop" >&2
+    exit 2
+    ;;
+esac
+
+if [[ -n ${WINEPREFIX:-} ]]; then
+  [[ -f $WINEPREFIX/.booted ]] || start_prefix
+  exec wine "$@"
+fi
+
+WINEPREFIX=$(mktemp -d)/wine
+export WINEPREFIX
+trap 'wineserver -k </dev/null >/dev/null 2>&1 || true; rm -rf "$(dirname "$WINEPREFIX")"' EXIT
+start_prefix
+wine "$@"
