@@ -1,22 +1,43 @@
 #!/usr/bin/env bash
 # Sets everything up and runs all tests: the release build (unit and
-# black-box tests), the sanitizer build (unit tests), the Windows build
-# (its tests under Wine, beside the sanitizer stage) and a bounded fuzz run.
-# The last line sums up the test counts of the three builds.
-# XMLRPCS_SKIP_WINDOWS=1 leaves the Windows stage out.
-set -euo pipefail
+# black-box tests), the sanitizer build (unit tests), the Windows build (its
+# tests under Wine, beside the other stages) and a bounded fuzz run.
+# Every stage runs even when an earlier one failed, so one run shows all
+# that is wrong; the last line sums up the test counts, and the exit status
+# is 1 if any stage failed.
+# XMLRPCS_SKIP_WINDOWS=1 leaves the Windows stage out;
+# XMLRPCS_FUZZ_SECONDS (default 60) is the fuzz time per target.
+set -uo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/install-deps.sh --tests
-windows=1
-[[ ${XMLRPCS_SKIP_WINDOWS:-0} == 1 ]] && windows=0
-((windows)) && bash scripts/install-windows-deps.sh
-
+start=$SECONDS
 logs=$(mktemp -d)
-trap 'rm -rf "$logs"' EXIT
+windows_pgid=''
+cleanup() {
+  # The Windows stage runs in its own process group: end it if we are
+  # interrupted, so no Wine process outlives the run.
+  [[ -n $windows_pgid ]] && kill -- "-$windows_pgid" 2>/dev/null
+  rm -rf "$logs"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
 
-# run_ctest DIR LOG [ctest options]: runs one configuration's tests, keeping
-# ctest's own output on the terminal and a copy for the summary.
+failed_stages=()
+# stage NAME COMMAND...: runs one step; a failure is remembered, not fatal.
+stage() {
+  local name=$1
+  shift
+  echo "=== $name ==="
+  if ! "$@"; then
+    echo "test.sh: $name failed" >&2
+    failed_stages+=("$name")
+    return 1
+  fi
+}
+
+# run_ctest DIR LOG [ctest options]: one configuration's tests, with ctest's
+# own output on the terminal and a copy for the summary.
 run_ctest() {
   local dir=$1 log=$2
   shift 2
@@ -24,15 +45,19 @@ run_ctest() {
   return "${PIPESTATUS[0]}"
 }
 
-bash scripts/build.sh release
-run_ctest build "$logs/release"
+# Without the packages nothing else can run.
+stage "install" bash scripts/install-deps.sh --tests || exit 1
 
-# The Windows stage: build (dependencies cached in build-windows-deps/),
-# then ctest under Wine in a private prefix whose server it ends. Its output
-# goes to a file, shown when it is done, so it can run beside the next stage.
+windows=1
+[[ ${XMLRPCS_SKIP_WINDOWS:-0} == 1 ]] && windows=0
+
+# The Windows stage: its packages and dependencies (cached in
+# build-windows-deps/), the build, then ctest under Wine in a private prefix
+# whose server it ends. It starts first and runs beside the Linux stages;
+# its output goes to a file, shown when it is done.
 windows_stage() {
+  set -e
   bash scripts/build.sh windows
-  local prefix_dir
   prefix_dir=$(mktemp -d)
   export WINEPREFIX=$prefix_dir/wine
   trap 'bash scripts/wine-run.sh --stop; rm -rf "$prefix_dir"' EXIT
@@ -42,36 +67,45 @@ windows_stage() {
   (cd build-windows && ctest --output-on-failure -j 2 --timeout 600)
 }
 if ((windows)); then
-  (windows_stage >"$logs/windows.out" 2>&1) &
+  setsid bash -c "$(declare -f windows_stage); windows_stage" >"$logs/windows.out" 2>&1 &
   windows_pid=$!
+  windows_pgid=$windows_pid
 fi
 
-bash scripts/build.sh asan
-run_ctest build-asan "$logs/asan" -L unit
+stage "release build" bash scripts/build.sh release &&
+  stage "release tests" run_ctest build "$logs/release"
 
-windows_status=0
+stage "sanitizer build" bash scripts/build.sh asan &&
+  stage "sanitizer tests" run_ctest build-asan "$logs/asan" -L unit
+
+stage "fuzzing" bash scripts/fuzz.sh "${XMLRPCS_FUZZ_SECONDS:-60}"
+
 if ((windows)); then
+  windows_status=0
   wait "$windows_pid" || windows_status=$?
-  echo "--- Windows build and tests (under Wine) ---"
+  windows_pgid=''
+  echo "=== Windows build and tests (under Wine) ==="
   cat "$logs/windows.out"
-  grep -E 'tests failed out of [0-9]+' "$logs/windows.out" >"$logs/windows" || true
-  if [[ ! -s $logs/windows ]]; then
-    echo "test.sh: the Windows stage ended before its tests ran (exit $windows_status)" >&2
-    # One failed test stands for the stage that could not run.
-    echo "0% tests passed, 1 tests failed out of 1" >"$logs/windows"
+  grep -E 'tests failed out of [0-9]+' "$logs/windows.out" >"$logs/windows"
+  if ((windows_status != 0)); then
+    failed_stages+=("Windows")
+    if [[ ! -s $logs/windows ]]; then
+      echo "test.sh: the Windows stage ended before its tests ran (exit $windows_status)" >&2
+    fi
   fi
-fi
-
-if [[ -x scripts/fuzz.sh ]]; then
-  bash scripts/fuzz.sh "${XMLRPCS_FUZZ_SECONDS:-60}"
 fi
 
 # ctest says "N% tests passed, F tests failed out of T".
 total=0 failed=0
 for log in "$logs"/release "$logs"/asan "$logs"/windows; do
-  [[ -f $log ]] || continue
+  [[ -s $log ]] || continue
   line=$(grep -E 'tests failed out of [0-9]+' "$log" | tail -n 1)
   failed=$((failed + $(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$line")))
   total=$((total + $(sed -E 's/.*out of ([0-9]+).*/\1/' <<<"$line")))
 done
-echo "tests: $((total - failed)) passed, $failed failed"
+minutes=$(((SECONDS - start + 59) / 60))
+if ((${#failed_stages[@]})); then
+  echo "tests: $((total - failed)) passed, $failed failed; failed stages: ${failed_stages[*]} ($minutes min)"
+  exit 1
+fi
+echo "tests: $((total - failed)) passed, $failed failed ($minutes min)"
