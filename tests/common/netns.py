@@ -31,6 +31,9 @@ DEFAULT_MAX_LIFE = 600
 
 # How long to wait for the holder to have made its namespaces.
 READY_TIMEOUT = 10.0
+# Where kept paths wait while private directories are mounted over them
+# (an empty directory on every Debian system; only the namespace sees it).
+PARK = "/mnt"
 
 
 def is_root():
@@ -46,10 +49,15 @@ def skip_unless_root():
 
 class NetNs:
     """A network namespace with loopback up and, optionally, tmpfs mounted
-    over some directories so that files written there stay inside."""
+    over some directories so that files written there stay inside.
 
-    def __init__(self, private_dirs=(), max_life=DEFAULT_MAX_LIFE):
+    Paths in keep stay reachable at their own names even when one of the
+    private directories holds them: a checkout (and so the build folder)
+    may well live under /tmp."""
+
+    def __init__(self, private_dirs=(), max_life=DEFAULT_MAX_LIFE, keep=()):
         self.private_dirs = list(private_dirs)
+        self.keep = [os.path.realpath(p) for p in keep]
         self.max_life = max_life
         self.holder = None
 
@@ -66,8 +74,7 @@ class NetNs:
         try:
             self._wait_ready()
             self.run(["ip", "link", "set", "lo", "up"], check=True)
-            for d in self.private_dirs:
-                self.run(["mount", "-t", "tmpfs", "tmpfs", d], check=True)
+            self._mount_private_dirs()
         except BaseException:
             self._stop_holder()
             raise
@@ -76,6 +83,23 @@ class NetNs:
     def __exit__(self, *exc):
         self._stop_holder()
         return False
+
+    def _mount_private_dirs(self):
+        hidden = [p for p in self.keep
+                  if any(p == d or p.startswith(d.rstrip("/") + "/") for d in self.private_dirs)]
+        if hidden:
+            # A bind mount holds on to the directory itself, not to its
+            # name: park each kept path on a scratch tmpfs, hide the
+            # private directories, then put the paths back where they were.
+            self.run(["mount", "-t", "tmpfs", "tmpfs", PARK], check=True)
+            for i, p in enumerate(hidden):
+                self.run(["mkdir", "%s/%d" % (PARK, i)], check=True)
+                self.run(["mount", "--bind", p, "%s/%d" % (PARK, i)], check=True)
+        for d in self.private_dirs:
+            self.run(["mount", "-t", "tmpfs", "tmpfs", d], check=True)
+        for i, p in enumerate(hidden):
+            self.run(["mkdir", "-p", p], check=True)
+            self.run(["mount", "--bind", "%s/%d" % (PARK, i), p], check=True)
 
     def command(self, argv):
         """argv prefixed so that it runs inside the namespaces."""

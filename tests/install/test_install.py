@@ -45,7 +45,8 @@ def read_unit(path):
 class InstalledTree(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        # Under the build folder, not /tmp: the run below hides /tmp.
+        # The run below hides /tmp and /var/lib, where a checkout may be;
+        # its namespace keeps this folder reachable.
         cls.prefix = tempfile.mkdtemp(prefix="install-test-", dir=BUILD)
         os.chmod(cls.prefix, 0o755)
         subprocess.run(["cmake", "--install", BUILD, "--prefix", cls.prefix], check=True,
@@ -130,7 +131,7 @@ class InstalledTree(unittest.TestCase):
         privileges, and the environment systemd gives a service."""
         u = self.unit
         state = "/var/lib/" + u["StateDirectory"][0]
-        with NetNs(private_dirs=["/var/lib", "/tmp"]) as ns:
+        with NetNs(private_dirs=["/var/lib", "/tmp"], keep=[self.prefix]) as ns:
             ns.run(["mkdir", "-m", u["StateDirectoryMode"][0], state], check=True)
             ns.run(["chown", "%d:%d" % (STAND_IN_UID, STAND_IN_UID), state], check=True)
             ns.run(["mount", "-o", "remount,bind,ro", "/"], check=True)

@@ -65,6 +65,9 @@ class Package(unittest.TestCase):
             ns.run(["mount", "-t", "tmpfs", "tmpfs", SCRATCH], check=True)
             for i, d in enumerate(COPIED):
                 ns.run(["cp", "-a", d, "%s/%d" % (SCRATCH, i)], check=True)
+            # The build folder may be under one of the folders hidden below.
+            deb = os.path.join(SCRATCH, os.path.basename(self.deb))
+            ns.run(["cp", self.deb, deb], check=True)
             for d in EMPTY:
                 ns.run(["mount", "-t", "tmpfs", "tmpfs", d], check=True)
             for i, d in enumerate(COPIED):
@@ -72,7 +75,7 @@ class Package(unittest.TestCase):
                 ns.run(["mount", "--bind", "%s/%d" % (SCRATCH, i), d], check=True)
 
             started = time.monotonic()
-            r = ns.run(["dpkg", "-i", self.deb], capture_output=True, text=True, timeout=120)
+            r = ns.run(["dpkg", "-i", deb], capture_output=True, text=True, timeout=120)
             self.assertEqual(r.returncode, 0, r.stdout + r.stderr)
             user = ns.run(["getent", "passwd", "xmlrpcserver"], capture_output=True, text=True)
             self.assertEqual(user.returncode, 0)
