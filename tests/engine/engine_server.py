@@ -1,14 +1,28 @@
 """Starts and stops xmlrpc-test-server for the engine's black-box tests, and
 speaks raw HTTP to it over loopback."""
 
+import errno
 import os
+import signal
 import socket
 import subprocess
 import tempfile
 import time
 
 BUILD_DIR = os.environ.get("XMLRPCS_BUILD_DIR", "build")
-SERVER = os.path.join(BUILD_DIR, "bin", "xmlrpc-test-server")
+# The Windows build: its programs end in ".exe" and run through an emulator
+# (scripts/wine-run.sh), set by the build's test registration.
+EXE_SUFFIX = os.environ.get("XMLRPCS_EXE_SUFFIX", "")
+EMULATOR = os.environ.get("XMLRPCS_EMULATOR", "")
+UNDER_WINE = bool(EMULATOR)
+SERVER = ([EMULATOR] if EMULATOR else []) + [
+    os.path.join(BUILD_DIR, "bin", "xmlrpc-test-server" + EXE_SUFFIX)]
+# The error number a failed bind reports when the port is taken (Winsock's
+# WSAEADDRINUSE in the Windows build).
+ERROR_PORT_IN_USE = 10048 if EXE_SUFFIX == ".exe" else errno.EADDRINUSE
+# Wine's SIGINT handler turns the signal into the console's Ctrl-C event,
+# which the Windows program stops on; SIGTERM would end it at once.
+STOP_SIGNAL = signal.SIGINT if UNDER_WINE else signal.SIGTERM
 
 # Bounds for waiting on the server; a healthy server answers in milliseconds.
 START_TIMEOUT = 10.0
@@ -22,7 +36,7 @@ class TestServer:
         # Standard error goes to a file: a pipe nobody reads would block the
         # server once a flood of error lines has filled it.
         self.err_file = tempfile.TemporaryFile()
-        self.proc = subprocess.Popen([SERVER, "--port", "0", *args],
+        self.proc = subprocess.Popen([*SERVER, "--port", "0", *args],
                                      stdout=subprocess.PIPE, stderr=self.err_file)
         # Log lines (at a raised verbosity) may come before the port.
         self.head = ""
@@ -44,6 +58,10 @@ class TestServer:
         return "http://127.0.0.1:%d/RPC2" % self.port
 
     def open_fds(self):
+        """The server's open descriptors; None under Wine, where the
+        wineserver holds a Windows program's sockets, not its process."""
+        if UNDER_WINE:
+            return None
         return len(os.listdir("/proc/%d/fd" % self.pid))
 
     def alive(self):
@@ -54,7 +72,7 @@ class TestServer:
         if self.stdout is not None:
             return self.proc.returncode
         if self.proc.poll() is None:
-            self.proc.terminate()
+            self.proc.send_signal(STOP_SIGNAL)
         try:
             out, _ = self.proc.communicate(timeout=START_TIMEOUT)
         except subprocess.TimeoutExpired:

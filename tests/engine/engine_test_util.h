@@ -2,14 +2,10 @@
 // loopback socket pairs, and builders of HTTP requests and XML-RPC calls.
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <string>
 #include <vector>
 
+#include "engine_test_platform.h"
 #include "xmlrpc/XmlRpcUtil.h"
 
 namespace XmlRpcTest {
@@ -33,23 +29,10 @@ class RecordingErrorHandler : public XmlRpc::XmlRpcErrorHandler {
 struct SocketPair {
   int a = -1;
   int b = -1;
-  SocketPair() {
-    int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof(addr);
-    ::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
-    ::listen(listener, 1);
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len);
-    a = ::socket(AF_INET, SOCK_STREAM, 0);
-    ::connect(a, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
-    b = ::accept(listener, nullptr, nullptr);
-    ::close(listener);
-  }
+  SocketPair() { connectedPair(&a, &b); }
   ~SocketPair() {
-    if (a >= 0) ::close(a);
-    if (b >= 0) ::close(b);
+    if (a >= 0) closeSocket(a);
+    if (b >= 0) closeSocket(b);
   }
   SocketPair(const SocketPair&) = delete;
   SocketPair& operator=(const SocketPair&) = delete;

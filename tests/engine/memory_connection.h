@@ -3,9 +3,9 @@
 #pragma once
 
 #include <algorithm>
-#include <cerrno>
 #include <string>
 
+#include "engine_test_platform.h"
 #include "xmlrpc/XmlRpcDispatch.h"
 #include "xmlrpc/XmlRpcServerConnection.h"
 
@@ -51,7 +51,7 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
   bool readAvailable(std::string& s, bool* eof, size_t maxSize) override {
     if (failRead_) {
       failRead_ = false;
-      errno = ECONNRESET;
+      setSocketError(errorConnectionReset());
       return false;
     }
     while (!input_.empty() && s.size() < maxSize) {
@@ -60,7 +60,7 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
       input_.erase(0, n);
     }
     *eof = eof_ && input_.empty();
-    errno = EAGAIN;
+    setSocketError(errorWouldBlock());
     return true;
   }
 

@@ -136,7 +136,10 @@ class ClientTest(unittest.TestCase):
 
     def test_keep_alive_reuses_one_connection(self):
         self.proxy.echo(0)
-        baseline = self.server.open_fds()  # listener, std streams and this connection
+        baseline = self.server.open_fds()
+        if baseline is None:
+            self.skipTest("the server's descriptors cannot be counted under Wine: the "
+                          "wineserver holds a Windows program's sockets")  # listener, std streams and this connection
         for i in range(200):
             self.assertEqual(self.proxy.echo(i, {"i": i}), [i, {"i": i}])
         self.assertEqual(self.server.open_fds(), baseline)

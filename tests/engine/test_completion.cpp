@@ -2,12 +2,11 @@
 // waiting connection, results and faults delivered before or after the
 // client left, many calls waiting at once, and multicall entries that wait.
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
 
+#include "engine_test_platform.h"
 #include "engine_test_util.h"
 #include "memory_connection.h"
 #include "test_methods.h"
@@ -314,9 +313,8 @@ TEST_F(CompletionTest, WaitingConnectionOverTheDispatcher) {
     char buf[4096];
     for (int pass = 0; pass < 100 && got.size() < size; ++pass) {
       server_.work(0.01);
-      pollfd p{fd, POLLIN, 0};
-      while (::poll(&p, 1, 0) > 0) {
-        ssize_t n = ::recv(fd, buf, sizeof(buf), 0);
+      while (readableNow(fd)) {
+        long n = receiveBytes(fd, buf, sizeof(buf));
         if (n <= 0) return got;
         got.append(buf, static_cast<size_t>(n));
       }
@@ -326,14 +324,14 @@ TEST_F(CompletionTest, WaitingConnectionOverTheDispatcher) {
 
   int waiting = connectClient();
   std::string request = httpPost(methodCall("later", {kInt42}));
-  ASSERT_EQ(::send(waiting, request.data(), request.size(), 0),
-            static_cast<ssize_t>(request.size()));
+  ASSERT_EQ(sendBytes(waiting, request.data(), request.size()),
+            static_cast<long>(request.size()));
   for (int i = 0; i < 20 && later_.waiting.empty(); ++i) server_.work(0.01);
   ASSERT_EQ(later_.waiting.size(), 1u);
 
   int other = connectClient();
   request = httpPost(methodCall("echo", {kInt42}));
-  ::send(other, request.data(), request.size(), 0);
+  ASSERT_EQ(sendBytes(other, request.data(), request.size()), static_cast<long>(request.size()));
   std::string expected = expectedResponse(resultBody(arrayOf(kInt42)));
   EXPECT_EQ(readResponse(other, expected.size()), expected);
 
@@ -345,13 +343,13 @@ TEST_F(CompletionTest, WaitingConnectionOverTheDispatcher) {
   // A client that closes while its call waits is dropped and its call
   // abandoned.
   request = httpPost(methodCall("later", {}));
-  ::send(waiting, request.data(), request.size(), 0);
+  ASSERT_EQ(sendBytes(waiting, request.data(), request.size()), static_cast<long>(request.size()));
   for (int i = 0; i < 20 && later_.waiting.size() < 2; ++i) server_.work(0.01);
   ASSERT_EQ(later_.waiting.size(), 2u);
-  ::close(waiting);
+  closeSocket(waiting);
   for (int i = 0; i < 20 && !later_.waiting[1]->abandoned(); ++i) server_.work(0.01);
   EXPECT_TRUE(later_.waiting[1]->abandoned());
   later_.waiting[1]->finish(XmlRpcValue(1));
-  ::close(other);
+  closeSocket(other);
   EXPECT_TRUE(errors_.messages.empty());
 }

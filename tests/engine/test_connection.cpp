@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "engine_test_platform.h"
 #include "engine_test_util.h"
 #include "memory_connection.h"
 #include "test_methods.h"
@@ -372,7 +373,8 @@ TEST_F(XmlRpcConnectionTest, ReadErrorIsReportedOnlyWhenDataHadArrived) {
   EXPECT_EQ(partial.event(), kClose);
   ASSERT_EQ(errors_.messages.size(), 1u);
   EXPECT_EQ(errors_.messages[0],
-            "XmlRpcServerConnection::readHeader: error while reading header (error 104).");
+            "XmlRpcServerConnection::readHeader: error while reading header (error " +
+                std::to_string(errorConnectionReset()) + ").");
 }
 
 TEST_F(XmlRpcConnectionTest, EofInTheHeaderIsReportedOnlyWhenDataHadArrived) {
@@ -401,7 +403,8 @@ TEST_F(XmlRpcConnectionTest, ReadErrorInTheBodyIsReported) {
   conn_.failNextRead();
   EXPECT_EQ(conn_.event(), kClose);
   ASSERT_EQ(errors_.messages.size(), 1u);
-  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readRequest: read error (error 104).");
+  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readRequest: read error (error " +
+                                    std::to_string(errorConnectionReset()) + ").");
 }
 
 TEST_F(XmlRpcConnectionTest, EndlessHeaderIsDropped) {

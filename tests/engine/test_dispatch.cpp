@@ -1,64 +1,24 @@
 // Tests of XmlRpcDispatch: the mask rules, closing and self-destruction of
 // sources, clear() during work, the time-out forms, sources removed inside
-// handlers, and many sources and high descriptor numbers.
-#include <fcntl.h>
+// handlers, and many sources. (test_dispatch_posix.cpp has the cases that
+// need signals or chosen descriptor numbers.)
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <pthread.h>
-#include <signal.h>
-#include <sys/resource.h>
-
-#include <atomic>
-#include <functional>
+#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
+#include "engine_test_platform.h"
 #include "engine_test_util.h"
+#include "fake_source.h"
 #include "xmlrpc/XmlRpcDispatch.h"
+#include "xmlrpc/XmlRpcSocket.h"
 #include "xmlrpc/XmlRpcSource.h"
 
 using namespace XmlRpc;
-using XmlRpcTest::RecordingErrorHandler;
-using XmlRpcTest::SocketPair;
-
-namespace {
-
-constexpr unsigned kKeepMask = 0xFFFFFFFFu;
-
-bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
-
-// A source whose handler is a test function; it counts what happens to it.
-class FakeSource : public XmlRpcSource {
- public:
-  explicit FakeSource(int fd, bool deleteOnClose = false, int* destroyed = nullptr)
-      : XmlRpcSource(fd, deleteOnClose), destroyed_(destroyed) {}
-  ~FakeSource() override {
-    if (destroyed_ != nullptr) ++*destroyed_;
-  }
-
-  unsigned handleEvent(unsigned eventType) override {
-    events.push_back(eventType);
-    return handler ? handler(eventType) : kKeepMask;
-  }
-  void close() override {
-    ++closes;
-    XmlRpcSource::close();  // may delete this
-  }
-
-  std::function<unsigned(unsigned)> handler;
-  std::vector<unsigned> events;
-  int closes = 0;
-
- private:
-  int* destroyed_;
-};
-
-void sendByte(int fd) { ASSERT_EQ(::write(fd, "x", 1), 1); }
-
-}  // namespace
+using namespace XmlRpcTest;
 
 TEST(XmlRpcDispatch, EmptyListReturnsWithoutSelecting) {
   RecordingErrorHandler errors;
@@ -79,7 +39,7 @@ TEST(XmlRpcDispatch, NegativeTimeoutWaitsUntilNoSourceRemains) {
 
   std::thread late([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    sendByte(pair.a);
+    ASSERT_TRUE(sendByte(pair.a));
   });
   disp.work(-1.0);  // returns only once the handler has dropped the source
   late.join();
@@ -119,13 +79,13 @@ TEST(XmlRpcDispatch, ZeroMaskRemovesAndClosesTheSource) {
   pair.b = -1;  // the source's close() closes it now
   source.handler = [](unsigned) { return 0u; };
   disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
-  sendByte(pair.a);
+  ASSERT_TRUE(sendByte(pair.a));
   int fd = source.getfd();
   disp.work(0.0);
   EXPECT_EQ(source.events.size(), 1u);
   EXPECT_EQ(source.closes, 1);
   EXPECT_EQ(source.getfd(), -1);
-  EXPECT_FALSE(isOpen(fd));
+  EXPECT_FALSE(isSocketOpen(fd));
   disp.work(0.0);  // nothing watched any more
   EXPECT_EQ(source.events.size(), 1u);
 }
@@ -137,11 +97,11 @@ TEST(XmlRpcDispatch, ZeroMaskOnKeepOpenSourceRemovesWithoutClosing) {
   source.setKeepOpen(true);
   source.handler = [](unsigned) { return 0u; };
   disp.addSource(&source, XmlRpcDispatch::ReadableEvent);
-  sendByte(pair.a);
+  ASSERT_TRUE(sendByte(pair.a));
   disp.work(0.0);
   EXPECT_EQ(source.closes, 0);
   EXPECT_EQ(source.getfd(), pair.b);
-  EXPECT_TRUE(isOpen(pair.b));
+  EXPECT_TRUE(isSocketOpen(pair.b));
   disp.work(0.0);
   EXPECT_EQ(source.events.size(), 1u);  // removed from the list all the same
 }
@@ -164,7 +124,7 @@ TEST(XmlRpcDispatch, AllOnesKeepsTheMaskAndOtherValuesReplaceIt) {
   ASSERT_EQ(source.events.size(), 3u);
   disp.work(0.0);  // now only readable, and nothing to read
   EXPECT_EQ(source.events.size(), 3u);
-  sendByte(pair.a);
+  ASSERT_TRUE(sendByte(pair.a));
   disp.work(0.0);
   ASSERT_EQ(source.events.size(), 4u);
   EXPECT_EQ(source.events[3], XmlRpcDispatch::ReadableEvent);
@@ -177,7 +137,7 @@ TEST(XmlRpcDispatch, SourceInSeveralSetsIsCalledOncePerSetInOrder) {
   source.setKeepOpen(true);
   source.handler = [](unsigned) { return unsigned(XmlRpcDispatch::ReadableEvent); };
   disp.addSource(&source, XmlRpcDispatch::ReadableEvent | XmlRpcDispatch::WritableEvent);
-  sendByte(pair.a);
+  ASSERT_TRUE(sendByte(pair.a));
   disp.work(0.0);
   ASSERT_EQ(source.events.size(), 2u);
   EXPECT_EQ(source.events[0], XmlRpcDispatch::ReadableEvent);
@@ -252,7 +212,7 @@ TEST(XmlRpcDispatch, RemoveSourceForgetsWithoutClosing) {
   disp.work(0.0);
   EXPECT_TRUE(source.events.empty());
   EXPECT_EQ(source.closes, 0);
-  EXPECT_TRUE(isOpen(pair.b));
+  EXPECT_TRUE(isSocketOpen(pair.b));
 }
 
 TEST(XmlRpcDispatch, SetSourceEventsReplacesTheMask) {
@@ -287,10 +247,9 @@ TEST(XmlRpcDispatch, HandlerMayRemoveItsOwnAndTheNextEntry) {
 TEST(XmlRpcDispatch, EverySourceIsWatchedInEveryPass) {
   // Far more than a 64-entry set; each pair takes two descriptors.
   constexpr int kSources = 300;
-  rlimit limit{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  if (limit.rlim_cur < 2 * kSources + 64) {
-    GTEST_SKIP() << "descriptor limit " << limit.rlim_cur << " is below " << 2 * kSources + 64;
+  const int limit = XmlRpcSocket::getDescriptorLimit();
+  if (limit < 2 * kSources + 64) {
+    GTEST_SKIP() << "descriptor limit " << limit << " is below " << 2 * kSources + 64;
   }
   XmlRpcDispatch disp;
   std::vector<std::unique_ptr<SocketPair>> pairs;
@@ -324,77 +283,14 @@ TEST(XmlRpcDispatch, ExceptionFromAHandlerLeavesWorkAndTheDispatcherUsable) {
 }
 
 namespace {
-void ignoreSignal(int) {}
-}  // namespace
-
-TEST(XmlRpcDispatch, InterruptingSignalEndsWorkQuietly) {
-  struct sigaction action {
-  }, previous{};
-  action.sa_handler = ignoreSignal;  // no SA_RESTART: select is interrupted
-  ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
-  RecordingErrorHandler errors;
-  SocketPair pair;
-  XmlRpcDispatch disp;
-  FakeSource idle(pair.b);
-  disp.addSource(&idle, XmlRpcDispatch::ReadableEvent);
-
-  pthread_t worker = ::pthread_self();
-  std::atomic<bool> returned{false};
-  // Signals again until work() has returned, in case one lands before the
-  // wait has begun.
-  std::thread interrupter([worker, &returned] {
-    while (!returned) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      if (!returned) ::pthread_kill(worker, SIGUSR1);
-    }
-  });
-  disp.work(-1.0);  // would wait forever without the signal
-  returned = true;
-  interrupter.join();
-  ::sigaction(SIGUSR1, &previous, nullptr);
-  EXPECT_TRUE(errors.messages.empty());
-  EXPECT_TRUE(idle.events.empty());
-}
-
-TEST(XmlRpcDispatch, DescriptorBeyondTheSelectSetSizeIsWatched) {
-  // Descriptor numbers of FD_SETSIZE and above do not fit a select() set;
-  // the dispatcher watches them all the same.
-  const int high = FD_SETSIZE + 10;
-  rlimit limit{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  if (limit.rlim_max <= static_cast<rlim_t>(high)) {
-    GTEST_SKIP() << "descriptor limit " << limit.rlim_max << " is below " << high;
-  }
-  rlimit raised = limit;
-  if (raised.rlim_cur <= static_cast<rlim_t>(high)) raised.rlim_cur = high + 1;
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &raised), 0);
-
-  SocketPair pair;
-  ASSERT_EQ(::dup2(pair.b, high), high);
-  XmlRpcDispatch disp;
-  FakeSource beyond(high);
-  beyond.setKeepOpen(true);
-  beyond.handler = [](unsigned) { return unsigned(XmlRpcDispatch::ReadableEvent); };
-  disp.addSource(&beyond, XmlRpcDispatch::ReadableEvent);
-  disp.work(0.0);
-  EXPECT_TRUE(beyond.events.empty());  // nothing to read yet
-  sendByte(pair.a);
-  disp.work(0.0);
-  ASSERT_EQ(beyond.events.size(), 1u);
-  EXPECT_EQ(beyond.events[0], XmlRpcDispatch::ReadableEvent);
-  ::close(high);
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-namespace {
 
 // Makes `fd` ready for `event`: data to read, out-of-band data for the
 // exception event; a connected socket is writable anyway.
 void makeReady(const SocketPair& pair, unsigned event) {
   if (event == XmlRpcDispatch::ReadableEvent) {
-    sendByte(pair.a);
+    ASSERT_TRUE(sendByte(pair.a));
   } else if (event == XmlRpcDispatch::Exception) {
-    ASSERT_EQ(::send(pair.a, "!", 1, MSG_OOB), 1);
+    ASSERT_TRUE(sendOutOfBand(pair.a, '!'));
   }
 }
 
@@ -404,8 +300,7 @@ void makeReady(const SocketPair& pair, unsigned event) {
 // same pass, and the dispatcher must not call it (under ASan a call would
 // be a use after free).
 TEST(XmlRpcDispatch, HandlerOfEachEventKindMayDestroyALaterReadySource) {
-  for (unsigned event :
-       {XmlRpcDispatch::ReadableEvent, XmlRpcDispatch::WritableEvent, XmlRpcDispatch::Exception}) {
+  for (unsigned event : watchableEvents()) {
     SCOPED_TRACE(event);
     SocketPair first, second;
     XmlRpcDispatch disp;
@@ -436,8 +331,7 @@ TEST(XmlRpcDispatch, HandlerOfEachEventKindMayDestroyALaterReadySource) {
 // A source ready for every event kind at once destroys itself in one of its
 // handlers: the later handlers of that pass are not called.
 TEST(XmlRpcDispatch, SourceDestroyedByOneHandlerGetsNoFurtherEvent) {
-  for (unsigned dyingAt :
-       {XmlRpcDispatch::ReadableEvent, XmlRpcDispatch::WritableEvent, XmlRpcDispatch::Exception}) {
+  for (unsigned dyingAt : watchableEvents()) {
     SCOPED_TRACE(dyingAt);
     SocketPair pair;
     XmlRpcDispatch disp;

@@ -1,25 +1,23 @@
 // Tests of XmlRpcSocket: non-blocking reads and writes, the error texts and
 // the non-fatal error set.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <string>
 #include <thread>
 
+#include "engine_test_platform.h"
 #include "engine_test_util.h"
 #include "xmlrpc/XmlRpcSocket.h"
 
 using namespace XmlRpc;
-using XmlRpcTest::SocketPair;
+using namespace XmlRpcTest;
 
 TEST(XmlRpcSocket, NbReadAfterPeerClosedReturnsDataAndEof) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
-  ASSERT_EQ(::write(pair.a, "hello", 5), 5);
-  ::close(pair.a);
+  ASSERT_EQ(sendBytes(pair.a, "hello", 5), 5);
+  closeSocket(pair.a);
   pair.a = -1;
   std::string s = "so far:";
   bool eof = false;
@@ -42,8 +40,8 @@ TEST(XmlRpcSocket, NbReadDrainsMoreThanOneBuffer) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
   std::string sent(10000, 'z');
-  ASSERT_EQ(::write(pair.a, sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
-  ::shutdown(pair.a, SHUT_WR);
+  ASSERT_EQ(sendBytes(pair.a, sent.data(), sent.size()), static_cast<long>(sent.size()));
+  ASSERT_TRUE(shutdownWrite(pair.a));
   std::string s;
   bool eof = false;
   while (!eof) ASSERT_TRUE(XmlRpcSocket::nbRead(pair.b, s, &eof));
@@ -54,14 +52,14 @@ TEST(XmlRpcSocket, NbReadOnABadDescriptorFails) {
   std::string s;
   bool eof = false;
   EXPECT_FALSE(XmlRpcSocket::nbRead(-1, s, &eof));
-  EXPECT_EQ(XmlRpcSocket::getErrorMsg(), "error " + std::to_string(EBADF));
+  EXPECT_EQ(XmlRpcSocket::getErrorMsg(), "error " + std::to_string(errorNotASocket()));
 }
 
 TEST(XmlRpcSocket, NbWriteStopsAtWouldBlockAfterAPartialSend) {
   SocketPair pair;
   int small = 4096;
-  ::setsockopt(pair.a, SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
-  ::setsockopt(pair.b, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+  ASSERT_TRUE(setSendBuffer(pair.a, small));
+  ASSERT_TRUE(setReceiveBuffer(pair.b, small));
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.a));
   const std::string big(8 * 1024 * 1024, 'w');
   int written = 0;
@@ -87,7 +85,7 @@ TEST(XmlRpcSocket, NbWriteStopsAtWouldBlockAfterAPartialSend) {
 TEST(XmlRpcSocket, NbWriteToAClosedPeerFailsWithoutASignal) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.a));
-  ::close(pair.b);
+  closeSocket(pair.b);
   pair.b = -1;
   const std::string data(64 * 1024, 'p');
   bool failed = false;
@@ -103,18 +101,18 @@ TEST(XmlRpcSocket, NbWriteToAClosedPeerFailsWithoutASignal) {
 TEST(XmlRpcSocket, ErrorMessageIsTheNumberOnly) {
   EXPECT_EQ(XmlRpcSocket::getErrorMsg(10054), "error 10054");
   EXPECT_EQ(XmlRpcSocket::getErrorMsg(-3), "error -3");
-  errno = ECONNREFUSED;
-  EXPECT_EQ(XmlRpcSocket::getError(), ECONNREFUSED);
-  EXPECT_EQ(XmlRpcSocket::getErrorMsg(), "error " + std::to_string(ECONNREFUSED));
+  setSocketError(errorConnectionRefused());
+  EXPECT_EQ(XmlRpcSocket::getError(), errorConnectionRefused());
+  EXPECT_EQ(XmlRpcSocket::getErrorMsg(), "error " + std::to_string(errorConnectionRefused()));
 }
 
 TEST(XmlRpcSocket, NonFatalErrorSet) {
-  for (int e : {4, 11, 10035, 10036, EINPROGRESS}) {
-    errno = e;
+  for (int e : nonFatalErrors()) {
+    setSocketError(e);
     EXPECT_TRUE(XmlRpcSocket::nonFatalError()) << e;
   }
-  for (int e : {0, ECONNRESET, EPIPE, EBADF, 10054}) {
-    errno = e;
+  for (int e : fatalErrors()) {
+    setSocketError(e);
     EXPECT_FALSE(XmlRpcSocket::nonFatalError()) << e;
   }
 }
@@ -125,13 +123,12 @@ TEST(XmlRpcSocket, ListenAcceptAndConnectOnLoopback) {
   ASSERT_TRUE(XmlRpcSocket::setReuseAddr(listener));
   ASSERT_TRUE(XmlRpcSocket::bind(listener, 0));
   ASSERT_TRUE(XmlRpcSocket::listen(listener, 5));
-  sockaddr_in addr{};
-  socklen_t len = sizeof(addr);
-  ::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len);
+  const int port = XmlRpcSocket::getPort(listener);
+  ASSERT_GT(port, 0);
 
   int client = XmlRpcSocket::socket();
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(client));
-  EXPECT_TRUE(XmlRpcSocket::connect(client, "127.0.0.1", ntohs(addr.sin_port)));
+  EXPECT_TRUE(XmlRpcSocket::connect(client, "127.0.0.1", port));
   int accepted = XmlRpcSocket::accept(listener);
   EXPECT_GE(accepted, 0);
   XmlRpcSocket::close(accepted);
@@ -143,7 +140,7 @@ TEST(XmlRpcSocket, NbReadStopsOnceTheLimitIsReached) {
   SocketPair pair;
   ASSERT_TRUE(XmlRpcSocket::setNonBlocking(pair.b));
   const std::string sent(20000, 'q');
-  ASSERT_EQ(::write(pair.a, sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
+  ASSERT_EQ(sendBytes(pair.a, sent.data(), sent.size()), static_cast<long>(sent.size()));
   std::string s;
   bool eof = true;
   EXPECT_TRUE(XmlRpcSocket::nbRead(pair.b, s, &eof, 5000));

@@ -2,13 +2,14 @@
 live xmlrpc-test-server over loopback."""
 
 import socket
+import subprocess
 import threading
 import time
 import unittest
 
-from engine_server import (TestServer, closed_by_peer, connect, expected_response,
-                           fault_body, http_post, method_call, read_response, read_until_closed,
-                           result_body)
+from engine_server import (ERROR_PORT_IN_USE, SERVER, TestServer, closed_by_peer, connect,
+                           expected_response, fault_body, http_post, method_call, read_response,
+                           read_until_closed, result_body)
 
 INT42 = "<value><i4>42</i4></value>"
 # Longest a flooding client keeps sending when the server does not stop it.
@@ -284,16 +285,14 @@ class LoggingTest(unittest.TestCase):
         holder.listen(1)
         try:
             port = holder.getsockname()[1]
-            from engine_server import SERVER
-            import subprocess
-            done = subprocess.run([SERVER, "--port", str(port)], capture_output=True,
-                                  timeout=10)
+            done = subprocess.run([*SERVER, "--port", str(port)], capture_output=True,
+                                  timeout=30)
         finally:
             holder.close()
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stderr.decode(),
                          "XmlRpcServer::bindAndListen: Could not bind to specified port "
-                         "(error 98).\n")
+                         "(error %d).\n" % ERROR_PORT_IN_USE)
         self.assertEqual(done.stdout, b"")
 
 

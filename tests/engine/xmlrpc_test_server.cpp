@@ -1,24 +1,22 @@
 // xmlrpc-test-server: the engine with introspection and a few test methods,
 // for the black-box tests and the HTTP benchmark.
 //
-// Serves until SIGTERM or SIGINT.
+// Serves until SIGTERM or SIGINT (Ctrl-C or Ctrl-Break on Windows).
 //   xmlrpc-test-server [--port N] [--backlog N] [--verbosity N] [--fd-limit N]
 //                      [--header-timeout S] [--stall-timeout S] [--idle-timeout S]
 // Port 0 (the default) lets the system pick a free port; the chosen port is
 // printed on standard output as "port N". --fd-limit sets the soft
-// descriptor limit (0: raise it to the hard limit, as the real server does);
+// descriptor limit (0: raise it to the hard limit, as the real server does;
+// POSIX systems only);
 // the time-outs shorten the connection time limits for tests.
-#include <signal.h>
-#include <sys/resource.h>
-
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
 
+#include "test_server_platform.h"
 #include "xmlrpc/XmlRpcException.h"
 #include "xmlrpc/XmlRpcServer.h"
 #include "xmlrpc/XmlRpcServerMethod.h"
@@ -36,9 +34,7 @@ constexpr double kWorkSeconds = 0.5;
 // server for long.
 constexpr double kMaxSleepSeconds = 10.0;
 
-volatile std::sig_atomic_t stopRequested = 0;
-
-void onStopSignal(int) { stopRequested = 1; }
+volatile int stopRequested = 0;
 
 // Answers its parameters as an array.
 class Echo : public XmlRpcServerMethod {
@@ -103,14 +99,6 @@ double secondsOption(const char* name, const char* value) {
   return seconds;
 }
 
-// Sets the soft descriptor limit to `soft`, or to the hard limit for 0.
-bool setDescriptorLimit(int soft) {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
-  limit.rlim_cur = soft == 0 ? limit.rlim_max : static_cast<rlim_t>(soft);
-  return setrlimit(RLIMIT_NOFILE, &limit) == 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -143,12 +131,9 @@ int main(int argc, char** argv) {
     }
   }
 
-  struct sigaction stop {};
-  stop.sa_handler = onStopSignal;
-  sigaction(SIGTERM, &stop, nullptr);
-  sigaction(SIGINT, &stop, nullptr);
+  XmlRpcTestServer::startPlatform(&stopRequested);
 
-  if (fdLimit >= 0 && !setDescriptorLimit(fdLimit)) {
+  if (fdLimit >= 0 && !XmlRpcTestServer::setDescriptorLimit(fdLimit)) {
     std::fprintf(stderr, "xmlrpc-test-server: cannot set the descriptor limit to %d\n", fdLimit);
     return 1;
   }
