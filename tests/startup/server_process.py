@@ -20,7 +20,6 @@ WINDOWS = bool(EXE_SUFFIX)
 SERVER = os.path.join(BUILD, "bin", "XMLRPCServer" + EXE_SUFFIX)
 SIMULATOR = os.path.join(BUILD, "bin", "ClientProxySim" + EXE_SUFFIX)
 
-
 if WINDOWS:
     # The whole script runs in a network namespace of its own with a Wine
     # prefix whose server runs there too (Wine's sockets are made by its
@@ -28,21 +27,12 @@ if WINDOWS:
     sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
     import gateway  # noqa: E402
 
-    if os.environ.get(gateway._MARK) and EMULATOR:
-        # The first program of a prefix starts Wine's own services, which
-        # keep the standard streams they inherit open: they get none here,
-        # so a test's pipes close when its program ends.
-        subprocess.run([EMULATOR, "cmd", "/c", "exit"], stdin=subprocess.DEVNULL,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=120)
-
-
 def command(program):
     """The argv that runs one of the build's programs (the emulator in front
     for the Windows build)."""
     return ([EMULATOR] if EMULATOR else []) + [program]
 
 TRYING = "trying to connect to client proxy"
-
 
 class Lines:
     """Collects the lines of a stream in a thread, with monotonic times."""
@@ -75,7 +65,6 @@ class Lines:
                     return False
                 self.cond.wait(left)
             return True
-
 
 class Proc:
     """A process started in a namespace, its output followed."""
@@ -114,21 +103,17 @@ class Proc:
                 self.p.wait()
         return self._finish()
 
-
 def start_server(ns, *args, cwd=None):
     return Proc(ns, command(SERVER) + list(args), cwd=cwd)
-
 
 def start_simulator(ns, *args):
     sim = Proc(ns, command(SIMULATOR) + list(args))
     return sim
 
-
 # How a test asks the server to end: SIGTERM on Linux; on Windows there is
 # no SIGTERM (Wine ends the process at once), and SIGINT reaches the
 # program as Ctrl-C.
 STOP_SIGNAL = signal.SIGINT if WINDOWS else signal.SIGTERM
-
 
 class SameNs:
     """Stands in for NetNs in the Windows build: the script already runs in a
@@ -147,17 +132,14 @@ class SameNs:
     def run(self, argv, **kwargs):
         return subprocess.run(argv, **kwargs)
 
-
 def namespace(**kwargs):
     """A network namespace for one test (NetNs), or SameNs under Wine."""
     return SameNs() if WINDOWS else NetNs(**kwargs)
-
 
 def run_in_private_network():
     """Under Wine: re-executes the script in a namespace of its own (as root)."""
     if WINDOWS:
         gateway.run_in_private_network()
-
 
 def skip_unless_private_network():
     """Skips unless the tests can have their own network: a namespace per
