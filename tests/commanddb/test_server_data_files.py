@@ -4,31 +4,17 @@ import contextlib
 import os
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
-from netns import NetNs, is_root, skip_unless_root
+from netns import NetNs, is_root
+import programs
 
 BUILD = os.environ["XMLRPCS_BUILD_DIR"]
-# The Windows build: its programs end in ".exe" and run through an emulator
-# (scripts/wine-run.sh), set by the build's test registration.
-EXE_SUFFIX = os.environ.get("XMLRPCS_EXE_SUFFIX", "")
-EMULATOR = os.environ.get("XMLRPCS_EMULATOR", "")
-WINDOWS = bool(EXE_SUFFIX)
+WINDOWS = programs.WINDOWS
 # Seconds the server may take to start or to fail (Wine starts slower).
 RUN_TIMEOUT = 60 if WINDOWS else 20
-
-if WINDOWS:
-    # Under Wine the script runs in a network namespace of its own with a
-    # Wine prefix whose server (which makes every socket) runs there too.
-    sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
-    import gateway  # noqa: E402
-
-
-def program_path(path):
-    """path as the server sees it: under Wine the Unix root is drive Z:."""
-    return "Z:" + path.replace("/", "\\") if WINDOWS else path
+program_path = programs.program_path
 
 
 class InstallTree:
@@ -38,12 +24,11 @@ class InstallTree:
     def __init__(self):
         self.root = tempfile.mkdtemp(prefix="server-data-")
         os.mkdir(os.path.join(self.root, "bin"))
-        shutil.copy2(os.path.join(BUILD, "bin", "XMLRPCServer" + EXE_SUFFIX),
-                     os.path.join(self.root, "bin"))
+        shutil.copy2(programs.binary("XMLRPCServer"), os.path.join(self.root, "bin"))
         for sub in ("etc", "xml", "rng"):
             shutil.copytree(os.path.join(BUILD, sub), os.path.join(self.root, sub))
-        self.server = ([EMULATOR] if EMULATOR else []) + [
-            os.path.join(self.root, "bin", "XMLRPCServer" + EXE_SUFFIX)]
+        self.server = programs.command(
+            os.path.join(self.root, "bin", os.path.basename(programs.binary("XMLRPCServer"))))
         # The path the server builds for its command file.
         self.vxpcp = os.path.join(self.root, "bin", "..", "etc", "vxpcp")
         self.cdb = os.path.join(self.root, "bin", "..", "etc", "cdb")
@@ -90,13 +75,7 @@ class DamagedFiles(unittest.TestCase):
         self.assertIn(program_path(self.tree.cdb), r.stderr)
 
 
-def skip_unless_private_network():
-    if WINDOWS:
-        return gateway.skip_unless_private_network()
-    return skip_unless_root()
-
-
-@skip_unless_private_network()
+@programs.skip_unless_private_network()
 class IntactTree(unittest.TestCase):
     def test_compiled_database_alone_is_enough(self):
         tree = InstallTree()
@@ -125,6 +104,5 @@ class IntactTree(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if WINDOWS:
-        gateway.run_in_private_network()
+    programs.run_in_private_network()
     unittest.main()
