@@ -10,6 +10,11 @@ set(CMAKE_C_COMPILER ${XMLRPCS_MINGW_HOST}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${XMLRPCS_MINGW_HOST}-g++-posix)
 set(CMAKE_RC_COMPILER ${XMLRPCS_MINGW_HOST}-windres)
 
+# The environment variable reaches the compiler checks too, which do not see
+# the cache.
+if(NOT XMLRPCS_WINDOWS_DEPS AND DEFINED ENV{XMLRPCS_WINDOWS_DEPS})
+  set(XMLRPCS_WINDOWS_DEPS $ENV{XMLRPCS_WINDOWS_DEPS})
+endif()
 if(NOT XMLRPCS_WINDOWS_DEPS)
   set(XMLRPCS_WINDOWS_DEPS ${CMAKE_CURRENT_LIST_DIR}/../build-windows-deps)
 endif()

@@ -21,6 +21,12 @@ start_prefix() {
   if [[ ! -f $WINEPREFIX/.booted ]]; then
     wine wineboot -i </dev/null >/dev/null 2>&1
     touch "$WINEPREFIX/.booted"
+  else
+    # The first program of a prefix (a copy of a booted one, say) starts
+    # Wine's own services, which keep the streams they inherit open: start
+    # them here with none, so that a caller's pipes close when its program
+    # ends.
+    wine cmd /c exit </dev/null >/dev/null 2>&1 || true
   fi
 }
 

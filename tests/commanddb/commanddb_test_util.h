@@ -8,17 +8,15 @@
 
 #include <vxcore/xml_reader.h>
 
+#include "test_support.h"
+
 namespace commanddb_test {
 
 // A fresh directory under the system's temporary folder, removed with the
 // object.
 class scratch_dir {
  public:
-  scratch_dir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "commanddb-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) std::abort();
-    path_ = pattern;
-  }
+  scratch_dir() : path_(test_support::make_temp_dir("commanddb-")) {}
   ~scratch_dir() {
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include <vxbase/es.h>
+#include <vxbase/path.h>
 #include <vxcore/aes.h>
 #include <vxcore/property_all.h>
 
@@ -45,13 +46,21 @@ std::string load_error(const xmlrpcs::data_file_paths& paths, bool use_files) {
   return "(loaded)";
 }
 
+// path with '/' written as the system's separator.
+std::string native(std::string path) {
+  for (char& c : path) {
+    if (c == '/') c = vxbase::path_separator;
+  }
+  return path;
+}
+
 TEST(LoadDatabases, PathsAreBesideTheExecutableDirectory) {
-  const auto p = xmlrpcs::data_files_of("/opt/corvane/bin");
-  EXPECT_EQ(p.constraint_schema, "/opt/corvane/bin/../rng/constraints.rng");
-  EXPECT_EQ(p.constraint_files[0], "/opt/corvane/bin/../xml/core-constraints.xml");
-  EXPECT_EQ(p.constraint_files[5], "/opt/corvane/bin/../xml/proxy-constraints.xml");
-  EXPECT_EQ(p.compiled_constraints, "/opt/corvane/bin/../etc/cdb");
-  EXPECT_EQ(p.command_file, "/opt/corvane/bin/../etc/vxpcp");
+  const auto p = xmlrpcs::data_files_of(native("/opt/corvane/bin"));
+  EXPECT_EQ(p.constraint_schema, native("/opt/corvane/bin/../rng/constraints.rng"));
+  EXPECT_EQ(p.constraint_files[0], native("/opt/corvane/bin/../xml/core-constraints.xml"));
+  EXPECT_EQ(p.constraint_files[5], native("/opt/corvane/bin/../xml/proxy-constraints.xml"));
+  EXPECT_EQ(p.compiled_constraints, native("/opt/corvane/bin/../etc/cdb"));
+  EXPECT_EQ(p.command_file, native("/opt/corvane/bin/../etc/vxpcp"));
 }
 
 TEST(LoadDatabases, ReadableFilesNeverOpenTheCompiledDatabase) {

@@ -1,17 +1,20 @@
 """XMLRPCServer reading its data files from beside its executable: a copied
 install tree, with files damaged or removed."""
+import contextlib
 import os
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
-from netns import NetNs, is_root, skip_unless_root
+from netns import NetNs, is_root
+import programs
 
 BUILD = os.environ["XMLRPCS_BUILD_DIR"]
-# Seconds the server may take to start or to fail.
-RUN_TIMEOUT = 20
+WINDOWS = programs.WINDOWS
+# Seconds the server may take to start or to fail (Wine starts slower).
+RUN_TIMEOUT = 60 if WINDOWS else 20
+program_path = programs.program_path
 
 
 class InstallTree:
@@ -21,10 +24,11 @@ class InstallTree:
     def __init__(self):
         self.root = tempfile.mkdtemp(prefix="server-data-")
         os.mkdir(os.path.join(self.root, "bin"))
-        shutil.copy2(os.path.join(BUILD, "bin", "XMLRPCServer"), os.path.join(self.root, "bin"))
+        shutil.copy2(programs.binary("XMLRPCServer"), os.path.join(self.root, "bin"))
         for sub in ("etc", "xml", "rng"):
             shutil.copytree(os.path.join(BUILD, sub), os.path.join(self.root, sub))
-        self.server = os.path.join(self.root, "bin", "XMLRPCServer")
+        self.server = programs.command(
+            os.path.join(self.root, "bin", os.path.basename(programs.binary("XMLRPCServer"))))
         # The path the server builds for its command file.
         self.vxpcp = os.path.join(self.root, "bin", "..", "etc", "vxpcp")
         self.cdb = os.path.join(self.root, "bin", "..", "etc", "cdb")
@@ -42,8 +46,8 @@ def run_until_failure(tree):
     ever dials the proxy; returns the completed process. As root it runs in
     a namespace of its own, so that even a server that wrongly starts never
     reaches a proxy of someone else's on this machine."""
-    argv = [tree.server, "--usecfg", tree.config]
-    if is_root():
+    argv = tree.server + ["--usecfg", tree.config]
+    if is_root() and not WINDOWS:
         with NetNs() as ns:
             return ns.run(argv, capture_output=True, text=True, timeout=RUN_TIMEOUT)
     return subprocess.run(argv, capture_output=True, text=True, timeout=RUN_TIMEOUT)
@@ -62,16 +66,16 @@ class DamagedFiles(unittest.TestCase):
             f.write(bytes([b[0] ^ 0x40]))
         r = run_until_failure(self.tree)
         self.assertEqual(r.returncode, 1, r.stderr)
-        self.assertIn("exception: Error in file %s\n" % self.tree.vxpcp, r.stderr)
+        self.assertIn("exception: Error in file %s\n" % program_path(self.tree.vxpcp), r.stderr)
 
     def test_missing_compiled_database_stops_the_server(self):
         os.remove(self.tree.cdb)
         r = run_until_failure(self.tree)
         self.assertEqual(r.returncode, 1, r.stderr)
-        self.assertIn(self.tree.cdb, r.stderr)
+        self.assertIn(program_path(self.tree.cdb), r.stderr)
 
 
-@skip_unless_root()
+@programs.skip_unless_private_network()
 class IntactTree(unittest.TestCase):
     def test_compiled_database_alone_is_enough(self):
         tree = InstallTree()
@@ -80,9 +84,11 @@ class IntactTree(unittest.TestCase):
         # are never opened.
         shutil.rmtree(os.path.join(tree.root, "xml"))
         shutil.rmtree(os.path.join(tree.root, "rng"))
-        with NetNs() as ns:
-            p = ns.popen([tree.server, "--usecfg", tree.config], stdout=subprocess.PIPE,
-                         stderr=subprocess.PIPE, text=True)
+        argv = tree.server + ["--usecfg", tree.config]
+        # Under Wine the script already has a namespace of its own.
+        with contextlib.nullcontext() if WINDOWS else NetNs() as ns:
+            popen = subprocess.Popen if WINDOWS else ns.popen
+            p = popen(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
             try:
                 # The first connection attempt comes after construction.
                 line = ""
@@ -98,4 +104,5 @@ class IntactTree(unittest.TestCase):
 
 
 if __name__ == "__main__":
+    programs.run_in_private_network()
     unittest.main()

@@ -8,15 +8,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "test_support.h"
+
 namespace logging_test {
 
 class temp_dir {
  public:
-  temp_dir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "logging-test.XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-  }
+  temp_dir() : path_(test_support::make_temp_dir("logging-test.")) {}
   ~temp_dir() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);

@@ -21,7 +21,7 @@ using logging_test::temp_dir;
 
 std::set<std::string> file_names(const fs::path& dir) {
   std::set<std::string> names;
-  for (const auto& entry : fs::directory_iterator(dir)) names.insert(entry.path().filename());
+  for (const auto& entry : fs::directory_iterator(dir)) names.insert(entry.path().filename().string());
   return names;
 }
 
@@ -83,7 +83,7 @@ TEST(FileRotationLogger, WritesTheTextAsItIsAndFlushesAtOnce) {
 
 TEST(FileRotationLogger, CreatesTheFileWhenMadeAndAppendsToAnExistingOne) {
   temp_dir dir;
-  { std::ofstream(dir / "XMLRPCServer.log") << "from an earlier run\n"; }
+  { std::ofstream(dir / "XMLRPCServer.log", std::ios::binary) << "from an earlier run\n"; }
   vxcore::file_rotation_logger logger(dir / "XMLRPCServer.log");
   ASSERT_TRUE(logger.write("this run\n"));
   EXPECT_EQ(file_content(dir / "XMLRPCServer.log"), "from an earlier run\nthis run\n");
@@ -156,7 +156,7 @@ TEST(FileRotationLogger, FilesBeyondALoweredNumberAreDeletedAtTheFirstWrite) {
   // Left by an earlier run that kept 5 files.
   for (const char* name : {"XMLRPCServer.log", "XMLRPCServer.1.log", "XMLRPCServer.2.log",
                            "XMLRPCServer.3.log", "XMLRPCServer.4.log"}) {
-    std::ofstream(dir / name) << name << "\n";
+    std::ofstream(dir / name, std::ios::binary) << name << "\n";
   }
   vxcore::file_rotation_logger logger(dir / "XMLRPCServer.log");
   logger.set_max_num_files(3);
@@ -171,7 +171,7 @@ TEST(FileRotationLogger, TheDefaultsDeleteNothingBeforeTheConfiguredNumberIsSet)
   temp_dir dir;
   std::set<std::string> names{"XMLRPCServer.log"};
   for (int n = 1; n < 9; ++n) names.insert("XMLRPCServer." + std::to_string(n) + ".log");
-  for (const auto& name : names) std::ofstream(dir / name) << name << "\n";
+  for (const auto& name : names) std::ofstream(dir / name, std::ios::binary) << name << "\n";
   // Made with the default of 5 files, then set to the configured 9.
   vxcore::file_rotation_logger logger(dir / "XMLRPCServer.log");
   EXPECT_EQ(file_names(dir.path()), names);

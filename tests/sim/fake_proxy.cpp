@@ -1,18 +1,24 @@
-// The scripted fake proxy of the link tests.
+// The scripted fake proxy of the link tests, on the portable socket calls
+// of vxbase::net (its sockets are non-blocking: every wait is a poll).
 #include "fake_proxy.h"
-
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
+#include <vxbase/net.h>
+
 namespace {
+
+namespace net = vxbase::net;
 
 // How long the fake waits for the client at each step; a test that needs
 // longer is broken anyway.
 constexpr int step_timeout_ms = 5000;
+
+// Waits until fd is ready for events; false on time-out or error.
+bool wait_for(int fd, short events, int timeout_ms) {
+  pollfd p = net::watch(fd, events);
+  return net::poll(&p, 1, timeout_ms) > 0;
+}
 
 }  // namespace
 
@@ -23,10 +29,10 @@ std::optional<vxnet::vxp::message> fake_peer::read_message() {
     } catch (const vxnet::vxp::protocol_error&) {
       return std::nullopt;
     }
-    pollfd p{fd_, POLLIN, 0};
-    if (::poll(&p, 1, step_timeout_ms) <= 0) return std::nullopt;
+    if (!wait_for(fd_, POLLIN, step_timeout_ms)) return std::nullopt;
     char buf[4096];
-    const ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
+    const long n = net::recv_some(fd_, buf, sizeof buf);
+    if (n < 0 && net::is_transient(net::last_error())) continue;
     if (n <= 0) return std::nullopt;
     reader_.feed(buf, static_cast<std::size_t>(n));
   }
@@ -41,7 +47,11 @@ void fake_peer::send(const vxnet::vxp::message& m) {
 void fake_peer::send_raw(const std::string& bytes) {
   std::size_t done = 0;
   while (done < bytes.size()) {
-    const ssize_t n = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+    const long n = net::send_some(fd_, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && net::is_transient(net::last_error())) {
+      if (!wait_for(fd_, POLLOUT, step_timeout_ms)) return;
+      continue;
+    }
     if (n <= 0) return;
     done += static_cast<std::size_t>(n);
   }
@@ -56,38 +66,40 @@ bool fake_peer::do_hello(std::uint32_t version) {
 
 bool fake_peer::sees_close(int wait_ms) {
   for (;;) {
-    pollfd p{fd_, POLLIN, 0};
-    if (::poll(&p, 1, wait_ms) <= 0) return false;
+    if (!wait_for(fd_, POLLIN, wait_ms)) return false;
     char buf[4096];
-    const ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
+    const long n = net::recv_some(fd_, buf, sizeof buf);
     if (n == 0) return true;
-    if (n < 0) return errno == ECONNRESET;
+    if (n < 0) {
+      const int error = net::last_error();
+      if (net::is_transient(error)) continue;
+      return net::is_refused(error);
+    }
   }
 }
 
 fake_proxy::fake_proxy(std::function<void(fake_peer&)> script) {
-  listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  listen_fd_ = net::open_socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+  if (listen_fd_ < 0 || ::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
       ::listen(listen_fd_, 4) != 0)
     throw std::runtime_error("fake proxy cannot listen");
   socklen_t len = sizeof addr;
   ::getsockname(listen_fd_, reinterpret_cast<sockaddr*>(&addr), &len);
   port_ = ntohs(addr.sin_port);
   thread_ = std::thread([this, script = std::move(script)] {
-    pollfd p{listen_fd_, POLLIN, 0};
-    if (::poll(&p, 1, step_timeout_ms) <= 0) return;
-    const int fd = ::accept(listen_fd_, nullptr, nullptr);
+    if (!wait_for(listen_fd_, POLLIN, step_timeout_ms)) return;
+    const int fd = net::accept_socket(listen_fd_);
     if (fd < 0) return;
     fake_peer peer(fd);
     script(peer);
-    ::close(fd);
+    net::close_socket(fd);
   });
 }
 
 fake_proxy::~fake_proxy() {
   thread_.join();
-  ::close(listen_fd_);
+  net::close_socket(listen_fd_);
 }

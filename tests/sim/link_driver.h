@@ -3,14 +3,14 @@
 // holds.
 #pragma once
 
-#include <poll.h>
-
 #include <algorithm>
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
+#include <thread>
 
+#include <vxbase/net.h>
 #include <vxcapi/connection.h>
 
 namespace link_driver {
@@ -24,13 +24,13 @@ inline void turn(vxcapi::connection& c, int max_ms = 20) {
         static_cast<int>(std::clamp<std::int64_t>(next - vxcapi::connection::now_ms(), 0, max_ms));
   const int fd = c.descriptor();
   if (fd >= 0) {
-    pollfd p{fd, static_cast<short>(POLLIN | (c.wants_write() ? POLLOUT : 0)), 0};
-    if (::poll(&p, 1, wait) > 0) {
+    pollfd p = vxbase::net::watch(fd, static_cast<short>(POLLIN | (c.wants_write() ? POLLOUT : 0)));
+    if (vxbase::net::poll(&p, 1, wait) > 0) {
       if (p.revents & POLLOUT) c.on_writable();
       if ((p.revents & (POLLIN | POLLHUP | POLLERR)) && c.descriptor() == fd) c.on_readable();
     }
   } else {
-    ::poll(nullptr, 0, wait);
+    std::this_thread::sleep_for(std::chrono::milliseconds(wait));
   }
   c.run_timers();
 }

@@ -1,95 +1,16 @@
-// Starting and stopping ClientProxySim for the link tests.
+// A loopback port nobody listens on, for the link tests.
 #include "sim_process.h"
 
-#include <netinet/in.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <regex>
-#include <stdexcept>
-
-#ifndef CLIENT_PROXY_SIM
-#error "CLIENT_PROXY_SIM must name the simulator executable"
-#endif
-
-namespace {
-
-// The simulator prints its line at once; this only bounds a broken start.
-constexpr int start_timeout_ms = 10000;
-
-}  // namespace
-
-sim_process::sim_process(const std::vector<std::string>& args) {
-  int fds[2];
-  if (::pipe(fds) != 0) throw std::runtime_error("pipe failed");
-  std::vector<std::string> argv_s = {CLIENT_PROXY_SIM, "--port", "0"};
-  argv_s.insert(argv_s.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& a : argv_s) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  pid_ = ::fork();
-  if (pid_ < 0) throw std::runtime_error("fork failed");
-  if (pid_ == 0) {
-    ::dup2(fds[1], STDOUT_FILENO);
-    ::close(fds[0]);
-    ::close(fds[1]);
-    ::execv(argv[0], argv.data());
-    ::_exit(127);
-  }
-  ::close(fds[1]);
-  out_fd_ = fds[0];
-  std::string got;
-  while (got.find('\n') == std::string::npos) {
-    pollfd p{out_fd_, POLLIN, 0};
-    if (::poll(&p, 1, start_timeout_ms) <= 0) break;
-    char buf[256];
-    const ssize_t n = ::read(out_fd_, buf, sizeof buf);
-    if (n <= 0) break;
-    got.append(buf, static_cast<std::size_t>(n));
-  }
-  line_ = got.substr(0, got.find('\n'));
-  std::smatch m;
-  if (!std::regex_search(line_, m, std::regex("listening on 127\\.0\\.0\\.1:([0-9]+)"))) {
-    stop(SIGKILL);
-    throw std::runtime_error("simulator did not start: \"" + got + "\"");
-  }
-  port_ = static_cast<std::uint16_t>(std::stoi(m[1].str()));
-}
-
-sim_process::~sim_process() {
-  if (pid_ > 0) stop(SIGTERM);
-  if (out_fd_ >= 0) ::close(out_fd_);
-}
-
-int sim_process::stop(int sig) {
-  if (pid_ <= 0) return -1;
-  ::kill(pid_, sig);
-  int status = 0;
-  ::waitpid(pid_, &status, 0);
-  pid_ = -1;
-  return status;
-}
-
-std::string sim_process::rest_of_output() {
-  std::string out;
-  char buf[256];
-  ssize_t n;
-  while ((n = ::read(out_fd_, buf, sizeof buf)) > 0) out.append(buf, static_cast<std::size_t>(n));
-  return out;
-}
+#include <vxbase/net.h>
 
 std::uint16_t unused_port() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  const int fd = vxbase::net::open_socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
   socklen_t len = sizeof addr;
   ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  ::close(fd);
+  vxbase::net::close_socket(fd);
   return ntohs(addr.sin_port);
 }

@@ -3,9 +3,6 @@
 // and the proxy's own packets.
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -20,6 +17,7 @@
 
 #include "fake_proxy.h"
 #include "link_driver.h"
+#include "recording_handler.h"
 #include "sim_process.h"
 #include "vxp_sample_tree.h"
 
@@ -30,35 +28,8 @@ using link_driver::pump_until;
 using link_driver::round_trip;
 using vxbase::make_refcount;
 using vxcapi::connection;
+using link_test::recording_handler;
 using vxnet::vxp::packet;
-
-// Every call the connection makes on its handler, in order.
-class recording_handler : public vxcapi::handler {
- public:
-  struct status_call {
-    vxcapi::result_code code;
-    std::string text;
-    bool connected;
-  };
-  bool status(vxcapi::result_code code, const std::string& text, bool connected) override {
-    statuses.push_back({code, text, connected});
-    return accept_links;
-  }
-  void disconnected(const std::string& reason, bool error) override {
-    disconnects.emplace_back(reason, error);
-  }
-  bool handle(const packet& in, packet& out) override {
-    handled.push_back(in);
-    if (in.get_command() != "proxy.ask") return false;
-    out.set_property("answer", make_refcount<vxcore::property_int>(42));
-    return true;
-  }
-
-  bool accept_links = true;
-  std::vector<status_call> statuses;
-  std::vector<std::pair<std::string, bool>> disconnects;
-  std::vector<packet> handled;
-};
 
 std::string error_of(const packet& p) {
   const auto e = p.get_property("error");
@@ -642,21 +613,6 @@ TEST(ProxyLink, LinkEventsAreReported) {
   connect_now(c, h, "127.0.0.1", std::to_string(unused_port()), 1);
   EXPECT_TRUE(reports.has("vxcapi|network|debug|cannot connect to client proxy at 127.0.0.1:"));
   for (const auto& line : reports.lines) EXPECT_EQ(line.rfind("vxcapi|", 0), 0u) << line;
-}
-
-TEST(ClientProxySim, StopsCleanlyOnSigtermAndSigint) {
-  for (int sig : {SIGTERM, SIGINT}) {
-    sim_process sim;
-    recording_handler h;
-    connection c(&h);
-    ASSERT_EQ(connect_now(c, h, "127.0.0.1", sim.port_text(), 2), vxcapi::rc_connected);
-    const int status = sim.stop(sig);
-    ASSERT_TRUE(WIFEXITED(status)) << "signal " << sig;
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-    EXPECT_NE(sim.rest_of_output().find("ClientProxySim stopped"), std::string::npos);
-    // The client sees the link end.
-    EXPECT_TRUE(pump_until(c, [&] { return !c.is_connected(); }));
-  }
 }
 
 TEST(ClientProxySim, ListeningLineNamesPortAndProtocol) {

@@ -1,15 +1,19 @@
 """Starting XMLRPCServer (and the client proxy simulator) for black-box
 tests, and following their output line by line with arrival times."""
 
-import os
-import signal
 import subprocess
 import threading
 import time
 
-BUILD = os.environ.get("XMLRPCS_BUILD_DIR", "")
-SERVER = os.path.join(BUILD, "bin", "XMLRPCServer")
-SIMULATOR = os.path.join(BUILD, "bin", "ClientProxySim")
+import programs
+
+WINDOWS = programs.WINDOWS
+SERVER = programs.binary("XMLRPCServer")
+SIMULATOR = programs.binary("ClientProxySim")
+command = programs.command
+namespace = programs.namespace
+run_in_private_network = programs.run_in_private_network
+skip_unless_private_network = programs.skip_unless_private_network
 
 TRYING = "trying to connect to client proxy"
 
@@ -26,7 +30,7 @@ class Lines:
     def _read(self, stream):
         for raw in iter(stream.readline, b""):
             with self.cond:
-                self.lines.append((time.monotonic(), raw.decode(errors="replace").rstrip("\n")))
+                self.lines.append((time.monotonic(), raw.decode(errors="replace").rstrip("\r\n")))
                 self.cond.notify_all()
         with self.cond:
             self.cond.notify_all()
@@ -56,11 +60,11 @@ class Proc:
         self.out = Lines(self.p.stdout)
         self.err = Lines(self.p.stderr)
 
-    def stop(self, sig=signal.SIGTERM, timeout=10):
+    def stop(self, sig=None, timeout=10):
         """Sends sig (to this process, by PID) and returns the exit code; kills
         it if it does not end within timeout."""
         if self.p.poll() is None:
-            self.p.send_signal(sig)
+            self.p.send_signal(programs.STOP_SIGNAL if sig is None else sig)
             try:
                 self.p.wait(timeout)
             except subprocess.TimeoutExpired:
@@ -86,9 +90,9 @@ class Proc:
 
 
 def start_server(ns, *args, cwd=None):
-    return Proc(ns, [SERVER] + list(args), cwd=cwd)
+    return Proc(ns, command(SERVER) + list(args), cwd=cwd)
 
 
 def start_simulator(ns, *args):
-    sim = Proc(ns, [SIMULATOR] + list(args))
+    sim = Proc(ns, command(SIMULATOR) + list(args))
     return sim

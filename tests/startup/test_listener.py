@@ -8,20 +8,21 @@ import subprocess
 import time
 import unittest
 
-from netns import NetNs, skip_unless_root
 import server_process as sp
 
 START_TIMEOUT = 15
-BIND_FAILED = "XmlRpcServer::bindAndListen: Could not bind to specified port (error 98)."
+# The error number of a taken address: EADDRINUSE, or WSAEADDRINUSE.
+BIND_FAILED = "XmlRpcServer::bindAndListen: Could not bind to specified port (error %d)." % (
+    10048 if sp.WINDOWS else 98)
 LISTENING = "listening on port 40431"
 # Time the port stays taken: long enough for two silent retries.
 HOLD_SECONDS = 11
 
 
-@skip_unless_root()
+@sp.skip_unless_private_network()
 class TakenPort(unittest.TestCase):
     def test_taken_port_is_retried_quietly_and_the_loop_keeps_its_pace(self):
-        with NetNs() as ns:
+        with sp.namespace() as ns:
             holder = ns.popen(["python3", "-c",
                                "import socket, time\n"
                                "s = socket.socket()\n"
@@ -57,4 +58,5 @@ class TakenPort(unittest.TestCase):
 
 
 if __name__ == "__main__":
+    sp.run_in_private_network()
     unittest.main()

@@ -6,18 +6,20 @@
 
 #include <vxbase/time.h>
 
+#include "test_support.h"
+
 namespace {
 
 TEST(time, string_is_local_iso8601_to_the_second) {
-  setenv("TZ", "UTC", 1);
-  tzset();
+  test_support::set_env("TZ", "UTC");
+  test_support::reload_time_zone();
   EXPECT_EQ(vxbase::time_string(0), "1970-01-01T00:00:00");
   EXPECT_EQ(vxbase::time_string(1795519140u), "2026-11-24T11:19:00");
-  setenv("TZ", "CET-1", 1);
-  tzset();
+  test_support::set_env("TZ", "CET-1");
+  test_support::reload_time_zone();
   EXPECT_EQ(vxbase::time_string(0), "1970-01-01T01:00:00");
-  unsetenv("TZ");
-  tzset();
+  test_support::unset_env("TZ");
+  test_support::reload_time_zone();
 }
 
 TEST(time, now_is_near_the_system_clock) {

@@ -14,6 +14,8 @@
 #include "xmlrpc/XmlRpcUtil.h"
 #include "xmlrpc/XmlRpcValue.h"
 
+#include "decimal_comma_locale.h"
+
 using XmlRpc::XmlRpcUtil;
 using XmlRpc::XmlRpcValue;
 
@@ -158,17 +160,8 @@ TEST(XmlRpcValueWriter, AnotherDoubleFormatCanBeSet) {
 }
 
 TEST(XmlRpcValueWriter, NumbersKeepADecimalPointUnderAnotherLocale) {
-  // A German locale (decimal comma) is compiled into a private directory, so
-  // the test does not depend on the locales installed on the machine.
-  std::string dirTemplate =
-      (std::filesystem::temp_directory_path() / "xmlrpc-locale-XXXXXX").string();
-  const char* dir = mkdtemp(dirTemplate.data());
-  ASSERT_NE(dir, nullptr);
-  const std::string command =
-      std::string("localedef -i de_DE -f UTF-8 ") + dir + "/de_DE.UTF-8 >/dev/null 2>&1";
-  (void)std::system(command.c_str());  // warnings give a non-zero status
-  setenv("LOCPATH", dir, 1);
-  const bool switched = std::setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr;
+  std::string whyNot;
+  const bool switched = xmlrpc_test::switch_to_decimal_comma(whyNot);
   char probe[16];
   std::snprintf(probe, sizeof probe, "%.1f", 1.5);
   std::string written, custom;
@@ -180,10 +173,8 @@ TEST(XmlRpcValueWriter, NumbersKeepADecimalPointUnderAnotherLocale) {
     XmlRpcValue::setDoubleFormat("%f");
     r = read("<value><double>2.5</double></value>");
   }
-  std::setlocale(LC_NUMERIC, "C");
-  unsetenv("LOCPATH");
-  std::filesystem::remove_all(dir);
-  if (!switched) GTEST_SKIP() << "localedef could not build de_DE.UTF-8 (package locales missing)";
+  xmlrpc_test::leave_decimal_comma();
+  if (!switched) GTEST_SKIP() << whyNot;
   ASSERT_EQ(std::string(probe), "1,5") << "the locale did not switch to a decimal comma";
   EXPECT_EQ(written, "<value><double>1.500000</double></value>");
   EXPECT_EQ(custom, "<value><double>1.5</double></value>");

@@ -92,9 +92,8 @@ void settle_config_file(vxcore::configuration_ptr& config, const std::string& pa
 std::string config_file_hint(const std::string& path, bool existed) {
   return std::string("XMLRPCServer: could not ") + (existed ? "use" : "create") +
          " the configuration file '" + path +
-         "'.\n"
-         "  Run it as the service (systemctl start xmlrpcserver), which may write there,\n"
-         "  or pass --usecfg FILE with a file you can write, e.g. --usecfg ~/xmlrpcserver.xml\n";
+         "'.\n" +
+         config_file_ways_out();
 }
 
 }  // namespace xmlrpcs

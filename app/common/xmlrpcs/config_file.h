@@ -25,4 +25,8 @@ void settle_config_file(vxcore::configuration_ptr& config, const std::string& pa
 // whether the file was there before.
 std::string config_file_hint(const std::string& path, bool existed);
 
+// The two ways out of config_file_hint, as the system offers them: two
+// indented lines (config_file_hint_posix.cpp, config_file_hint_win32.cpp).
+std::string config_file_ways_out();
+
 }  // namespace xmlrpcs

@@ -1,4 +1,4 @@
-// Resolution of the configured log directory.
+// Resolution of the configured log directory on Linux, under /var/lib.
 #include <gtest/gtest.h>
 
 #include <vxclientutil/resolve_path.h>

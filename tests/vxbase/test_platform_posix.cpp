@@ -1,4 +1,4 @@
-// Tests of the platform layer's descriptor limit.
+// Tests of the platform layer's descriptor limit, through getrlimit and setrlimit.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <climits>
