@@ -73,6 +73,12 @@ bool matchesAt(const std::string& text, size_t pos, std::string_view word) {
   return true;
 }
 
+// The first `byte` in text[from, to), or null.
+const char* nextByte(const char* text, char byte, size_t from, size_t to) {
+  if (from >= to) return nullptr;
+  return static_cast<const char*>(std::memchr(text + from, byte, to - from));
+}
+
 // The decimal number at `pos` as atoi reads it (leading white space, a sign,
 // digits up to the first other byte), saturated to the int range.
 int parseLength(const std::string& text, size_t pos) {
@@ -311,9 +317,17 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
 
   // The fields, wherever their names appear before the blank line (a later
   // one overrides an earlier one). Both names start with a 'c': only those
-  // bytes are compared.
-  for (size_t pos = scanStart; pos < blankLine; ++pos) {
-    if ((h[pos] | 0x20) != 'c') continue;
+  // bytes are compared, found by memchr for each case, in order.
+  const char* lower = nextByte(h, 'c', scanStart, blankLine);
+  const char* upper = nextByte(h, 'C', scanStart, blankLine);
+  while (lower != nullptr || upper != nullptr) {
+    const char* at = (upper == nullptr || (lower != nullptr && lower < upper)) ? lower : upper;
+    const size_t pos = static_cast<size_t>(at - h);
+    if (at == lower) {
+      lower = nextByte(h, 'c', pos + 1, blankLine);
+    } else {
+      upper = nextByte(h, 'C', pos + 1, blankLine);
+    }
     const size_t left = end - pos;
     if (left > kContentLengthField.size() && matchesAt(_header, pos, kContentLengthField)) {
       _lengthValue = static_cast<int>(pos + kContentLengthField.size());
