@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <string_view>
 
 #include "xmlrpc/XmlRpcDispatch.h"
 #include "xmlrpc/XmlRpcServerConnection.h"
@@ -20,7 +21,7 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
       : XmlRpc::XmlRpcServerConnection(-1, server, false) {}
 
   // Makes `bytes` readable; with `eof` the peer closes after them.
-  void feed(const std::string& bytes, bool eof = false) {
+  void feed(std::string_view bytes, bool eof = false) {
     input_ += bytes;
     eof_ = eof;
   }
