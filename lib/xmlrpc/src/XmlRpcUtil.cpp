@@ -96,17 +96,21 @@ bool XmlRpcUtil::nextTagIs(std::string_view tag, std::string_view xml, int* offs
 
 namespace {
 
-// True for the characters written as entities. A direct test per byte: the
-// search for any of several characters (find_first_of) runs one memchr over
-// the set for every byte of the text.
-inline bool needsEntity(char c) {
-  return c == '<' || c == '>' || c == '&' || c == '\'' || c == '"';
-}
+// Which bytes are written as entities, one flag per byte value: a table
+// lookup per byte. (The search for any of several characters,
+// find_first_of, runs one memchr over the set for every byte of the text.)
+struct RawCharTable {
+  bool raw[256] = {};
+  constexpr RawCharTable() {
+    for (char c : kRawChars) raw[static_cast<unsigned char>(c)] = true;
+  }
+};
+constexpr RawCharTable kRawCharTable;
 
 std::size_t nextRaw(std::string_view raw, std::size_t from) {
-  const char* const data = raw.data();
+  const unsigned char* const data = reinterpret_cast<const unsigned char*>(raw.data());
   for (std::size_t i = from; i < raw.size(); ++i) {
-    if (needsEntity(data[i])) return i;
+    if (kRawCharTable.raw[data[i]]) return i;
   }
   return std::string_view::npos;
 }
