@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "engine_test_platform.h"
 #include "xmlrpc/XmlRpcDispatch.h"
@@ -20,7 +21,7 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
       : XmlRpc::XmlRpcServerConnection(-1, server, false) {}
 
   // Makes `bytes` readable; with `eof` the peer closes after them.
-  void feed(const std::string& bytes, bool eof = false) {
+  void feed(std::string_view bytes, bool eof = false) {
     input_ += bytes;
     eof_ = eof;
   }

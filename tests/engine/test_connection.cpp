@@ -182,6 +182,37 @@ TEST_F(XmlRpcConnectionTest, HeaderArrivingByteByByte) {
   EXPECT_EQ(conn_.output(), expectedResponse(resultBody(arrayOf(kInt42))));
 }
 
+// The header scan resumes where the previous read left it: wherever the
+// stream is cut, the fields and the blank line are found as in one piece.
+TEST_F(XmlRpcConnectionTest, RequestCutAnywhereGetsTheSameAnswer) {
+  const std::string body = methodCall("echo", {kInt42});
+  const std::string length = std::to_string(body.size());
+  const std::string requests[] = {
+      "POST / HTTP/1.1\r\nHost: a\r\nContent-length: " + length + "\r\nConnection: close\r\n\r\n",
+      "POST / HTTP/1.1\nCONNECTION: close\ncontent-length: " + length + "\n\n",
+      "POST / HTTP/1.1\r\nX-Content-length: " + length + "\r\nconnection: keep-alive\r\n\n",
+  };
+  for (const std::string& head : requests) {
+    const std::string request = head + body;
+    MemoryConnection whole(&server_);
+    whole.feed(request);
+    const unsigned wholeMask = whole.event();
+    ASSERT_FALSE(whole.output().empty()) << head;
+    for (size_t cut = 1; cut < request.size(); ++cut) {
+      MemoryConnection split(&server_);
+      split.feed(request.substr(0, cut));
+      unsigned mask = split.event();
+      if (mask != kClose) {
+        split.feed(request.substr(cut));
+        mask = split.event();
+      }
+      EXPECT_EQ(mask, wholeMask) << head << " cut at " << cut;
+      EXPECT_EQ(split.output(), whole.output()) << head << " cut at " << cut;
+    }
+  }
+  EXPECT_TRUE(errors_.messages.empty());
+}
+
 TEST_F(XmlRpcConnectionTest, BodyInSeveralPiecesIsCollected) {
   std::string request = httpPost(methodCall("echo", {kInt42}));
   size_t bodyStart = request.find("\r\n\r\n") + 4;

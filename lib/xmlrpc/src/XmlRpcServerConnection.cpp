@@ -3,8 +3,8 @@
 #include "xmlrpc/XmlRpcServerConnection.h"
 
 #include <cctype>
+#include <charconv>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 
 #include "XmlRpcText.h"
@@ -27,15 +27,21 @@ namespace {
 constexpr std::string_view kContentLengthField = "content-length: ";
 constexpr std::string_view kConnectionField = "connection: ";
 
-const char kServerBanner[] = "Corvane-XMLRPCServer/7.0";
+// The fixed fields of a response header, up to the body's length.
+constexpr std::string_view kHeaderFields =
+    "HTTP/1.1 200 OK\r\nServer: Corvane-XMLRPCServer/7.0\r\n"
+    "Access-Control-Allow-Origin: *\r\nContent-Type: text/xml\r\nContent-length: ";
+constexpr std::string_view kHeaderEnd = "\r\n\r\n";
+
 const char kMulticallName[] = "system.multicall";
 
-// Room for the decimal body length and the blank line after it.
-constexpr int kLengthFieldSize = 40;
+// Room for the decimal body length.
+constexpr int kLengthFieldSize = 24;
 
 // Room kept in front of a response body for its header: the fixed fields
 // take 126 bytes and the length at most 20 digits.
 constexpr size_t kHeaderRoom = 160;
+static_assert(kHeaderFields.size() + kLengthFieldSize + kHeaderEnd.size() <= kHeaderRoom);
 
 // A kept-alive connection keeps buffers up to this size between requests
 // (a typical call fits, so they are not reallocated each time); larger ones,
@@ -65,6 +71,12 @@ bool matchesAt(const std::string& text, size_t pos, std::string_view word) {
     if (asciiLower(text[pos + i]) != word[i]) return false;
   }
   return true;
+}
+
+// The first `byte` in text[from, to), or null.
+const char* nextByte(const char* text, char byte, size_t from, size_t to) {
+  if (from >= to) return nullptr;
+  return static_cast<const char*>(std::memchr(text + from, byte, to - from));
 }
 
 // The decimal number at `pos` as atoi reads it (leading white space, a sign,
@@ -278,30 +290,49 @@ bool XmlRpcServerConnection::parseHeader(bool eof) {
   // Each test needs strictly more bytes than it compares, so a buffer ending
   // right at "\r\n\r\n" is not complete yet: no body has arrived.
   const size_t end = _header.size();
-  int bodyStart = -1;
-  size_t pos = static_cast<size_t>(_scanPosition);
+  const size_t scanStart = static_cast<size_t>(_scanPosition);
   const char* h = _header.data();
-  for (; bodyStart < 0 && pos < end; ++pos) {
+
+  // The blank line: the first "\r\n\r\n" or "\n\n" at or after the scan
+  // position. Both contain a line feed, so only line feeds are visited.
+  int bodyStart = -1;
+  size_t blankLine = end;  // where the blank line's first byte is
+  for (size_t from = scanStart; from < end;) {
+    const void* found = std::memchr(h + from, '\n', end - from);
+    if (found == nullptr) break;
+    const size_t q = static_cast<size_t>(static_cast<const char*>(found) - h);
+    if (q > scanStart && h[q - 1] == '\r' && q + 3 < end && h[q + 1] == '\r' &&
+        h[q + 2] == '\n') {
+      blankLine = q - 1;
+      bodyStart = static_cast<int>(q + 3);
+      break;
+    }
+    if (q + 2 < end && h[q + 1] == '\n') {
+      blankLine = q;
+      bodyStart = static_cast<int>(q + 2);
+      break;
+    }
+    from = q + 1;
+  }
+
+  // The fields, wherever their names appear before the blank line (a later
+  // one overrides an earlier one). Both names start with a 'c': only those
+  // bytes are compared, found by memchr for each case, in order.
+  const char* lower = nextByte(h, 'c', scanStart, blankLine);
+  const char* upper = nextByte(h, 'C', scanStart, blankLine);
+  while (lower != nullptr || upper != nullptr) {
+    const char* at = (upper == nullptr || (lower != nullptr && lower < upper)) ? lower : upper;
+    const size_t pos = static_cast<size_t>(at - h);
+    if (at == lower) {
+      lower = nextByte(h, 'c', pos + 1, blankLine);
+    } else {
+      upper = nextByte(h, 'C', pos + 1, blankLine);
+    }
     const size_t left = end - pos;
-    switch (h[pos]) {
-      case 'C':
-      case 'c':
-        if (left > kContentLengthField.size() && matchesAt(_header, pos, kContentLengthField)) {
-          _lengthValue = static_cast<int>(pos + kContentLengthField.size());
-        } else if (left > kConnectionField.size() && matchesAt(_header, pos, kConnectionField)) {
-          _connectionValue = static_cast<int>(pos + kConnectionField.size());
-        }
-        break;
-      case '\r':
-        if (left > 4 && h[pos + 1] == '\n' && h[pos + 2] == '\r' && h[pos + 3] == '\n') {
-          bodyStart = static_cast<int>(pos + 4);
-        }
-        break;
-      case '\n':
-        if (left > 2 && h[pos + 1] == '\n') bodyStart = static_cast<int>(pos + 2);
-        break;
-      default:
-        break;
+    if (left > kContentLengthField.size() && matchesAt(_header, pos, kContentLengthField)) {
+      _lengthValue = static_cast<int>(pos + kContentLengthField.size());
+    } else if (left > kConnectionField.size() && matchesAt(_header, pos, kConnectionField)) {
+      _connectionValue = static_cast<int>(pos + kConnectionField.size());
     }
   }
 
@@ -658,9 +689,21 @@ void XmlRpcServerConnection::beginResponse(std::string_view bodyStart) {
 
 void XmlRpcServerConnection::endResponse(std::string_view bodyEnd) {
   _response += bodyEnd;
-  const std::string header = generateHeader(_response.size() - kHeaderRoom);
-  const size_t start = kHeaderRoom - header.size();
-  _response.replace(start, header.size(), header);
+  // The header goes straight into the room in front of the body: the fixed
+  // fields, then the length.
+  char length[kLengthFieldSize];
+  const auto [lengthEnd, failed] =
+      std::to_chars(length, length + sizeof(length), _response.size() - kHeaderRoom);
+  (void)failed;  // a size_t always fits in kLengthFieldSize digits
+  const size_t lengthSize = static_cast<size_t>(lengthEnd - length);
+  const size_t headerSize = kHeaderFields.size() + lengthSize + kHeaderEnd.size();
+  const size_t start = kHeaderRoom - headerSize;
+  char* out = _response.data() + start;
+  std::memcpy(out, kHeaderFields.data(), kHeaderFields.size());
+  out += kHeaderFields.size();
+  std::memcpy(out, length, lengthSize);
+  out += lengthSize;
+  std::memcpy(out, kHeaderEnd.data(), kHeaderEnd.size());
   _responseStart = static_cast<int>(start);
   _bytesWritten = _responseStart;
   _connectionState = WRITE_RESPONSE;
@@ -678,16 +721,6 @@ void XmlRpcServerConnection::generateFaultResponse(const std::string& message, i
   beginResponse(kFaultStart);
   faultStruct(code, message).appendXml(_response);
   endResponse(kFaultEnd);
-}
-
-std::string XmlRpcServerConnection::generateHeader(size_t bodyLength) {
-  char length[kLengthFieldSize];
-  std::snprintf(length, sizeof(length), "%d\r\n\r\n", static_cast<int>(bodyLength));
-  std::string header = "HTTP/1.1 200 OK\r\nServer: ";
-  header += kServerBanner;
-  header += "\r\nAccess-Control-Allow-Origin: *\r\nContent-Type: text/xml\r\nContent-length: ";
-  header += length;
-  return header;
 }
 
 }  // namespace XmlRpc

@@ -110,8 +110,6 @@ class XmlRpcServerConnection : public XmlRpcSource {
   void endResponse(std::string_view bodyEnd);
   void generateResponse(const XmlRpcValue& result);
   void generateFaultResponse(const std::string& message, int code = -1);
-  // The HTTP header of a body of `bodyLength` bytes.
-  static std::string generateHeader(size_t bodyLength);
 
   XmlRpcServer* _server;
   ServerConnectionState _connectionState = READ_HEADER;
