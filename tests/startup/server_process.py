@@ -7,6 +7,7 @@ import time
 
 import programs
 
+BUILD = programs.BUILD
 WINDOWS = programs.WINDOWS
 SERVER = programs.binary("XMLRPCServer")
 SIMULATOR = programs.binary("ClientProxySim")
