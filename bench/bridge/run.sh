@@ -9,10 +9,11 @@
 # older gateway, say), taking turns with this one, and its figures are
 # printed beside.
 #   bench/bridge/run.sh BUILD_DIR
-# Runs in a network namespace of its own (the server dials 127.0.0.1:40410
-# and listens on 40431, fixed), so it needs root. The server runs alone on
-# core 0, the simulator and wrk share core 1, so that the server's own cost
-# decides its rate; each load lasts XMLRPCS_BENCH_SECONDS (default 5).
+# Each build runs in a network namespace of its own (the server dials
+# 127.0.0.1:40410 and listens on 40431, fixed), so it needs root. The server
+# runs alone on core 0, the simulator and wrk share core 1, so that the
+# server's own cost decides its rate; each scenario lasts
+# XMLRPCS_BENCH_SECONDS (default 5) in slices of XMLRPCS_BENCH_SLICE (1).
 set -euo pipefail
 
 build=$(cd "${1:?usage: bench/bridge/run.sh BUILD_DIR}" && pwd)
@@ -42,10 +43,28 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# Each build's simulator and server live in a network namespace of their
+# own (both dial and listen on the same fixed ports), held open by a sleeping
+# process: so both stacks stay up and the loads take turns between them.
+# ns_start LABEL: the namespace's holder PID in holder_LABEL.
+ns_start() {
+  local label=$1
+  unshare --net bash -c 'ip link set lo up && touch "$0" && exec sleep 100000' "$tmp/ready.$label" &
+  pids+=($!)
+  printf -v "holder_$label" %s $!
+  until [[ -e $tmp/ready.$label ]]; do sleep 0.05; done
+}
+# in_ns LABEL COMMAND...: runs COMMAND (exec'd, same PID) in LABEL's namespace.
+in_ns() {
+  local holder_var="holder_$1"
+  shift
+  nsenter -t "${!holder_var}" -n "$@"
+}
+
 # Waits until getVersion comes back without an error member (the server
 # reaches a new simulator within its reconnect schedule, at most 6 s).
 wait_linked() {
-  python3 - <<'PY'
+  in_ns "$1" python3 - <<'PY'
 import time, xmlrpc.client
 deadline = time.monotonic() + 20
 while True:
@@ -61,75 +80,93 @@ while True:
 PY
 }
 
-# stack_up BUILD [SIMULATOR OPTIONS]: that build's simulator on core 1 and
-# its server alone on core 0, linked; their PIDs in $sim and $server.
+# stack_up LABEL BUILD [SIMULATOR OPTIONS]: that build's simulator on core 1
+# and its server alone on core 0, in LABEL's namespace, linked; their PIDs
+# in sim_LABEL and server_LABEL.
 stack_up() {
-  local dir=$1
-  shift
+  local label=$1 dir=$2
+  shift 2
   "$dir/bin/XMLRPCServer" --cfg | sed 's|<publish>true</publish>|<publish>false</publish>|' \
-    >"$tmp/cfg.xml"
-  taskset -c 1 "$dir/bin/ClientProxySim" "$@" >>"$tmp/sim.log" 2>&1 &
-  sim=$!
-  pids+=($sim)
-  taskset -c 0 "$dir/bin/XMLRPCServer" --usecfg "$tmp/cfg.xml" >>"$tmp/server.log" 2>&1 &
-  server=$!
-  pids+=($server)
-  wait_linked
+    >"$tmp/cfg.$label.xml"
+  # nsenter and taskset exec the program: $! is its PID.
+  local holder_var="holder_$label"
+  nsenter -t "${!holder_var}" -n taskset -c 1 "$dir/bin/ClientProxySim" "$@" \
+    >>"$tmp/sim.$label.log" 2>&1 &
+  printf -v "sim_$label" %s $!
+  pids+=($!)
+  nsenter -t "${!holder_var}" -n taskset -c 0 "$dir/bin/XMLRPCServer" \
+    --usecfg "$tmp/cfg.$label.xml" >>"$tmp/server.$label.log" 2>&1 &
+  printf -v "server_$label" %s $!
+  pids+=($!)
+  wait_linked "$label"
 }
 stack_down() {
-  kill "$server" "$sim"
-  wait "$server" 2>/dev/null || true
-  wait "$sim" 2>/dev/null || true
-  pids=()
-  # The next server takes the same port at once.
-  sleep 0.2
+  local sim_var="sim_$1" server_var="server_$1" p kept=()
+  kill "${!server_var}" "${!sim_var}"
+  wait "${!server_var}" 2>/dev/null || true
+  wait "${!sim_var}" 2>/dev/null || true
+  for p in "${pids[@]}"; do
+    [[ $p == "${!server_var}" || $p == "${!sim_var}" ]] || kept+=("$p")
+  done
+  pids=("${kept[@]}")
 }
 
 ticks=$(getconf CLK_TCK)
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 
-# load BUILD_LABEL NAME METHOD CONNECTIONS: one wrk run on core 1; prints
-# "label name req/s p50 p99 errors cpu_us".
-load() {
-  local label=$1 name=$2 method=$3 conns=$4 before after line
-  before=$(cpu_ticks "$server")
-  line=$(XMLRPC_METHOD=$method taskset -c 1 wrk -t1 -c"$conns" -d"${seconds}s" --latency \
-           -s "$here/call.lua" http://127.0.0.1:40431/ | grep '^RESULT')
-  after=$(cpu_ticks "$server")
-  awk -v label="$label" -v name="$name/$conns" -v cpu=$((after - before)) -v hz="$ticks" '{
+# slice SECONDS LABEL NAME METHOD CONNECTIONS: one wrk run on core 1
+# against LABEL's server; appends "label name requests duration_us p50_us
+# p99_us errors cpu_ticks" to $tmp/slices.
+slice() {
+  local length=$1 label=$2 name=$3 method=$4 conns=$5 server_var="server_$2" before after line
+  before=$(cpu_ticks "${!server_var}")
+  line=$(XMLRPC_METHOD=$method in_ns "$label" taskset -c 1 wrk -t1 -c"$conns" \
+           -d"${length}s" --latency -s "$here/call.lua" http://127.0.0.1:40431/ |
+         grep '^RESULT')
+  after=$(cpu_ticks "${!server_var}")
+  awk -v label="$label" -v name="$name/$conns" -v cpu=$((after - before)) '{
       for (i = 2; i <= NF; i++) { split($i, kv, "="); v[kv[1]] = kv[2] }
-      rps = v["requests"] / (v["duration_us"] / 1e6)
-      printf "%s %s %.0f %.3f %.3f %d %.1f\n", label, name, rps, v["p50_us"] / 1000,
-             v["p99_us"] / 1000, v["errors"], v["requests"] ? cpu / hz * 1e6 / v["requests"] : 0 }' \
-    <<<"$line"
+      print label, name, v["requests"], v["duration_us"], v["p50_us"], v["p99_us"], v["errors"], cpu
+    }' <<<"$line" >>"$tmp/slices"
 }
 
-# The builds take turns: each scenario group runs against this build, then
-# against the reference, so that a change of the machine's load between
-# groups falls on both.
-builds=("new:$build")
-[[ -n $reference ]] && builds+=("ref:$reference")
-results=()
+# The scenarios without delay run as slices of a second (XMLRPCS_BENCH_SLICE):
+# the methods and the builds take turns slice by slice, so that the
+# machine's changing load falls on all of them alike.
+slice_seconds=${XMLRPCS_BENCH_SLICE:-1}
+rounds=$(((seconds + slice_seconds - 1) / slice_seconds))
+labels=(new)
+[[ -n $reference ]] && labels+=(ref)
+declare -A dirs=([new]=$build [ref]=$reference)
+: >"$tmp/slices"
 echo "load before: $(cut -d' ' -f1-3 /proc/loadavg)" >"$tmp/load"
-for entry in "${builds[@]}"; do
-  label=${entry%%:*} dir=${entry#*:}
-  stack_up "$dir"
-  for conns in 1 16; do
-    results+=("$(load "$label" getVersion getVersion "$conns")")
-    results+=("$(load "$label" system.listMethods system.listMethods "$conns")")
+for label in "${labels[@]}"; do
+  ns_start "$label"
+  stack_up "$label" "${dirs[$label]}"
+done
+for conns in 1 16; do
+  for ((r = 0; r < rounds; ++r)); do
+    for label in "${labels[@]}"; do
+      slice "$slice_seconds" "$label" getVersion getVersion "$conns"
+      slice "$slice_seconds" "$label" system.listMethods system.listMethods "$conns"
+    done
   done
-  stack_down
 done
 # A proxy that takes 20 ms per reply: at most 50 calls per second and
 # connection, however fast the gateway.
-for entry in "${builds[@]}"; do
-  label=${entry%%:*} dir=${entry#*:}
-  stack_up "$dir" --delay-ms 20
-  for conns in 16 64; do
-    results+=("$(load "$label" getVersion+20ms getVersion "$conns")")
-  done
-  stack_down
+for label in "${labels[@]}"; do
+  stack_down "$label"
+  stack_up "$label" "${dirs[$label]}" --delay-ms 20
 done
+# Here the proxy's delay, not the machine, sets the rate: one slice of the
+# whole length, as a short one would count wrk's start and the calls cut off
+# at its end.
+for conns in 16 64; do
+  for label in "${labels[@]}"; do
+    slice "$seconds" "$label" getVersion+20ms getVersion "$conns"
+  done
+done
+for label in "${labels[@]}"; do stack_down "$label"; done
 echo "load after: $(cut -d' ' -f1-3 /proc/loadavg)" >>"$tmp/load"
 
 # The direct client: vxcapi::connection round trips, one at a time, to a
@@ -139,13 +176,25 @@ direct_ns=$(taskset -c 1 "$build/bin/bench_vxp" --benchmark_filter='BM_RoundTrip
             awk -F, '/BM_RoundTripVersion/ {print $4}')
 
 cat "$tmp/load"
-python3 - "$direct_ns" "${results[@]}" <<'PY'
-import sys
+python3 - "$direct_ns" "$tmp/slices" "$ticks" <<'PY'
+import statistics, sys
 direct_ns = float(sys.argv[1])
+ticks = float(sys.argv[3])
+# A scenario's rate is all its requests over all its slices' time; its p50
+# and p99 the median of its slices' (one slice hit by a burst of other work
+# on the machine moves them little); CPU time per call over all its slices.
+slices = {}
+for line in open(sys.argv[2]):
+    label, name, req, dur, p50, p99, err, cpu = line.split()
+    slices.setdefault((label, name), []).append(
+        (int(req), int(dur), int(p50), int(p99), int(err), int(cpu)))
 rows = {}
-for r in sys.argv[2:]:
-    label, name, rps, p50, p99, err, cpu = r.split()
-    rows[(label, name)] = (float(rps), float(p50), float(p99), int(err), float(cpu))
+for key, ss in slices.items():
+    req = sum(s[0] for s in ss)
+    dur = sum(s[1] for s in ss)
+    rows[key] = (req / (dur / 1e6), statistics.median(s[2] for s in ss) / 1000,
+                 statistics.median(s[3] for s in ss) / 1000, sum(s[4] for s in ss),
+                 sum(s[5] for s in ss) / ticks * 1e6 / req if req else 0.0)
 has_ref = any(label == "ref" for label, _ in rows)
 direct_rps = 1e9 / direct_ns
 print("%-4s %-22s %10s %8s %8s %7s %11s %12s %8s %10s" % (
