@@ -11,8 +11,8 @@
 #   bench/bridge/run.sh BUILD_DIR
 # Each build runs in a network namespace of its own (the server dials
 # 127.0.0.1:40410 and listens on 40431, fixed), so it needs root. The server
-# runs alone on core 0, the simulator and wrk share core 1, so that the
-# server's own cost decides its rate; each scenario lasts
+# runs alone on core 0, the simulator and wrk share core 1, so that nothing
+# of the benchmark competes with the server for its core; each scenario lasts
 # XMLRPCS_BENCH_SECONDS (default 5) in slices of XMLRPCS_BENCH_SLICE (1).
 set -euo pipefail
 
