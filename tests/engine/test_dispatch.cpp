@@ -7,6 +7,7 @@
 #include <chrono>
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -427,4 +428,59 @@ TEST(XmlRpcDispatch, ASourceListedTwiceIsFoundAgainAfterItsFirstEntryGoes) {
   EXPECT_EQ(twice.events[0], XmlRpcDispatch::WritableEvent);
   disp.removeSource(&twice);
   EXPECT_TRUE(disp.empty());
+}
+
+// The pass-end task runs once per pass, after every handler of the pass,
+// also when no source was ready; it may remove sources, and an empty task
+// switches it off.
+TEST(XmlRpcDispatch, PassEndTaskRunsOnceAfterTheHandlersOfEachPass) {
+  SocketPair pair, other;
+  XmlRpcDispatch disp;
+  FakeSource first(pair.b), second(other.b), quiet(pair.a);
+  for (FakeSource* s : {&first, &second, &quiet}) s->setKeepOpen(true);
+  std::vector<std::string> log;
+  first.handler = [&](unsigned) {
+    log.push_back("first");
+    return kKeepMask;
+  };
+  second.handler = [&](unsigned) {
+    log.push_back("second");
+    return kKeepMask;
+  };
+  disp.addSource(&first, XmlRpcDispatch::WritableEvent);
+  disp.addSource(&second, XmlRpcDispatch::WritableEvent);
+  disp.addSource(&quiet, XmlRpcDispatch::ReadableEvent);  // never ready: nothing was sent
+  bool removeFirst = false;
+  disp.setPassEndTask([&] {
+    log.push_back("end");
+    if (removeFirst) disp.removeSource(&first);
+  });
+
+  disp.work(0.0);  // one pass
+  EXPECT_EQ(log, (std::vector<std::string>{"first", "second", "end"}));
+
+  // A pass in which nothing is ready ends with the task all the same.
+  log.clear();
+  disp.setSourceEvents(&first, XmlRpcDispatch::ReadableEvent);
+  disp.setSourceEvents(&second, XmlRpcDispatch::ReadableEvent);
+  disp.work(0.0);
+  EXPECT_EQ(log, (std::vector<std::string>{"end"}));
+
+  // The task removes a source: the next pass goes without it.
+  log.clear();
+  disp.setSourceEvents(&first, XmlRpcDispatch::WritableEvent);
+  disp.setSourceEvents(&second, XmlRpcDispatch::WritableEvent);
+  removeFirst = true;
+  disp.work(0.0);
+  EXPECT_EQ(log, (std::vector<std::string>{"first", "second", "end"}));
+  removeFirst = false;
+  log.clear();
+  disp.work(0.0);
+  EXPECT_EQ(log, (std::vector<std::string>{"second", "end"}));
+
+  // Switched off.
+  log.clear();
+  disp.setPassEndTask(nullptr);
+  disp.work(0.0);
+  EXPECT_EQ(log, (std::vector<std::string>{"second"}));
 }

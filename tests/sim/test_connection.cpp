@@ -575,6 +575,91 @@ TEST(ProxyLinkAsync, TheQueueToAStalledProxyIsBounded) {
   EXPECT_EQ(c.outstanding(), static_cast<std::size_t>(accepted));
 }
 
+// A fake proxy that reads count requests, keeps their n in received (in
+// the order they arrived) and answers each at once.
+void answer_in_order(fake_peer& peer, int count, std::vector<std::int64_t>& received) {
+  if (!peer.do_hello()) return;
+  for (int i = 0; i < count; ++i) {
+    auto m = peer.read_message();
+    if (!m) return;
+    received.push_back(n_of(m->body));
+    packet reply(vxnet::vxp::type_reply, m->body.get_command(), m->body.get_properties());
+    peer.send(vxnet::vxp::make_reply(m->id, reply));
+  }
+  peer.sees_close();
+}
+
+std::vector<std::int64_t> zero_to(int count) {
+  std::vector<std::int64_t> v;
+  for (int i = 0; i < count; ++i) v.push_back(i);
+  return v;
+}
+
+// Batched writes: commands queued one after another go out in a single
+// write at flush_batch(), none lost, in the order they were sent.
+TEST(ProxyLinkBatch, QueuedCommandsGoOutInOneWriteInTheirOrder) {
+  constexpr int count = 50;
+  std::vector<std::int64_t> received, answered;
+  {
+    fake_proxy fake([&](fake_peer& peer) { answer_in_order(peer, count, received); });
+    recording_handler h;
+    connection c(&h);
+    ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+    c.set_batched_writes(true);
+    const auto before = c.write_calls();
+    for (int i = 0; i < count; ++i)
+      EXPECT_NE(c.send_async(echo_with(i), 5,
+                             [&](const packet& r) { answered.push_back(n_of(r)); }),
+                0u);
+    EXPECT_EQ(c.write_calls(), before);  // held back
+    EXPECT_TRUE(c.wants_write());        // so a loop that forgets to flush still writes
+    c.flush_batch();
+    EXPECT_EQ(c.write_calls(), before + 1);
+    EXPECT_FALSE(c.wants_write());
+    c.flush_batch();  // nothing waits: no write
+    EXPECT_EQ(c.write_calls(), before + 1);
+    ASSERT_TRUE(pump_until(c, [&] { return answered.size() == count; }));
+    EXPECT_EQ(c.outstanding(), 0u);
+  }
+  EXPECT_EQ(received, zero_to(count));
+  EXPECT_EQ(answered, zero_to(count));
+}
+
+// A batch that reaches batch_write_bytes is written at once, without
+// waiting for flush_batch(); switching batching off writes the rest.
+TEST(ProxyLinkBatch, SixtyFourKibibytesAreWrittenAtOnce) {
+  constexpr int count = 10;
+  std::vector<std::int64_t> received, answered;
+  {
+    fake_proxy fake([&](fake_peer& peer) { answer_in_order(peer, count, received); });
+    recording_handler h;
+    connection c(&h);
+    ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+    c.set_batched_writes(true);
+    // About 10 KB a frame: six stay below 64 KiB, the seventh passes it.
+    const std::string blob(10000, 'b');
+    std::vector<std::uint64_t> writes_after;
+    for (int i = 0; i < count; ++i) {
+      packet p = echo_with(i);
+      p.set_property("blob", make_refcount<vxcore::property_binary>(
+                                 reinterpret_cast<const std::uint8_t*>(blob.data()), blob.size()));
+      c.send_async(p, 5, [&](const packet& r) { answered.push_back(n_of(r)); });
+      writes_after.push_back(c.write_calls());
+    }
+    const auto first = writes_after[0];
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(writes_after[i], first) << "command " << i;
+    EXPECT_GT(writes_after[6], first);
+    EXPECT_EQ(writes_after[9], writes_after[6]);  // the last three wait again
+    EXPECT_TRUE(c.wants_write());
+    c.set_batched_writes(false);
+    EXPECT_GT(c.write_calls(), writes_after[9]);
+    EXPECT_FALSE(c.wants_write());
+    ASSERT_TRUE(pump_until(c, [&] { return answered.size() == count; }));
+  }
+  EXPECT_EQ(received, zero_to(count));
+  EXPECT_EQ(answered, zero_to(count));
+}
+
 // Link events reach the process's reporter under the module "vxcapi".
 class recording_reporter : public vxcore::reporter {
  public:

@@ -12,6 +12,13 @@ proxy_link_source::proxy_link_source(vxcapi::connection& link, XmlRpcDispatch& d
   // The dispatcher must never close the link's socket.
   setKeepOpen(true);
   link_->set_watcher(this);
+  // The commands the XML-RPC handlers of one pass send go out in one write
+  // when the pass ends: per call, a send to the proxy costs as much as the
+  // rest of the gateway's own work.
+  link_->set_batched_writes(true);
+  dispatch_->setPassEndTask([this] {
+    if (link_) link_->flush_batch();
+  });
   sync();
 }
 
@@ -20,6 +27,8 @@ proxy_link_source::~proxy_link_source() { detach(); }
 void proxy_link_source::detach() {
   if (!link_) return;
   link_->set_watcher(nullptr);
+  dispatch_->setPassEndTask(nullptr);
+  link_->set_batched_writes(false);
   if (registered_) dispatch_->removeSource(this);
   registered_ = false;
   setfd(-1);

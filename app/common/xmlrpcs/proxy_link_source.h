@@ -1,6 +1,7 @@
 // proxy_link_source: the client proxy link's socket as a source of the
 // XML-RPC dispatcher, so that one loop serves the link and every XML-RPC
 // connection, and a turn of it that wakes in time for the link's deadlines.
+// The link's writes are batched: what a pass queued goes out at its end.
 #pragma once
 
 #include <vxcapi/connection.h>
@@ -11,14 +12,16 @@ namespace xmlrpcs {
 
 class proxy_link_source : public XmlRpc::XmlRpcSource, public vxcapi::io_watcher {
  public:
-  // Watches link's socket in dispatch from now on; both must outlive this
-  // object or see detach() first.
+  // Watches link's socket in dispatch from now on, and takes dispatch's
+  // pass-end task to write the commands of each pass at its end; both must
+  // outlive this object or see detach() first.
   proxy_link_source(vxcapi::connection& link, XmlRpc::XmlRpcDispatch& dispatch);
   ~proxy_link_source() override;
   proxy_link_source(const proxy_link_source&) = delete;
   proxy_link_source& operator=(const proxy_link_source&) = delete;
 
-  // Leaves the dispatcher and stops following the link.
+  // Leaves the dispatcher (its pass-end task too), writes what waits and
+  // stops following the link.
   void detach();
 
   // Runs the dispatcher for about seconds, in slices that end at the link's

@@ -222,7 +222,7 @@ connection::request_id connection::send_async(const packet& request, unsigned ti
   waiting_.emplace(
       id, waiting_command{request.get_command(), deadline, timeout_seconds, std::move(callback)});
   deadlines_.emplace(deadline, id);
-  if (flush()) notify_watcher();
+  queued();
   return id;
 }
 
@@ -243,9 +243,7 @@ bool connection::send_notice(const packet& notice) {
            std::string("cannot send a notice: ") + e.what());
     return false;
   }
-  if (!flush()) return false;
-  notify_watcher();
-  return true;
+  return queued();
 }
 
 void connection::close() {
@@ -294,6 +292,7 @@ void connection::queue(const message& m) {
 bool connection::flush() {
   while (fd_ >= 0 && out_pos_ < outbox_.size()) {
     int error = 0;
+    ++write_calls_;
     const long sent =
         detail::transmit(fd_, outbox_.data() + out_pos_, outbox_.size() - out_pos_, error);
     if (sent < 0) {
@@ -308,6 +307,26 @@ bool connection::flush() {
   outbox_.clear();
   out_pos_ = 0;
   return true;
+}
+
+bool connection::queued() {
+  if (batched_ && outbox_.size() - out_pos_ < batch_write_bytes) {
+    notify_watcher();
+    return true;
+  }
+  if (!flush()) return false;
+  notify_watcher();
+  return true;
+}
+
+void connection::set_batched_writes(bool on) {
+  batched_ = on;
+  if (!on) flush_batch();
+}
+
+void connection::flush_batch() {
+  if (fd_ < 0 || state_ != link_state::up || out_pos_ == outbox_.size()) return;
+  if (flush()) notify_watcher();
 }
 
 void connection::on_writable() {
@@ -438,7 +457,7 @@ void connection::dispatch(message&& m) {
         queue(vxnet::vxp::make_reply(
             m.id, error_reply(m.body, std::string("cannot send the reply: ") + e.what())));
       }
-      if (flush()) notify_watcher();
+      queued();
       return;
     }
     case message_kind::notice: {

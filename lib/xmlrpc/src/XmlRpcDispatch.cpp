@@ -81,6 +81,8 @@ void XmlRpcDispatch::setPeriodicTask(std::function<void()> task, double interval
   _nextPeriodic = getTime() + interval;
 }
 
+void XmlRpcDispatch::setPassEndTask(std::function<void()> task) { _passEndTask = std::move(task); }
+
 bool XmlRpcDispatch::buildPass() {
   _poller->clear();
   _polled.clear();
@@ -135,6 +137,7 @@ void XmlRpcDispatch::work(double timeout) {
     try {
       if (nEvents > 0) dispatchEvents();
       runPeriodicTask();
+      if (_passEndTask) _passEndTask();
     } catch (...) {
       // An exception a handler lets through leaves work() to the caller;
       // the dispatcher stays usable for the next call.

@@ -39,6 +39,11 @@ inline constexpr std::size_t max_abandoned_requests = 1024;
 // bytes, so only a stalled proxy ever reaches it.
 inline constexpr std::size_t max_outbox_bytes = 2 * std::size_t{vxnet::vxp::max_frame_size};
 
+// With batched writes on, this many bytes waiting make the link write them
+// at once instead of at the next flush_batch(): a large burst goes out while
+// it is being produced, in writes of a size the kernel takes well.
+inline constexpr std::size_t batch_write_bytes = 64 * 1024;
+
 // The name this side gives in its hello. A peer that gives the same name is
 // this library talking to itself, never the proxy.
 inline constexpr const char* client_name = "vxcapi";
@@ -121,6 +126,21 @@ class connection {
   // get error_lost.
   void close();
 
+  // Batched writes: while on, commands, notices and replies to the proxy
+  // are only queued, and go out together at the owner's next flush_batch()
+  // (one write for what a turn of its loop produced, instead of one per
+  // command), or at once when batch_write_bytes wait. wants_write() holds
+  // while anything waits, so an owner that forgets to flush still writes at
+  // its next readiness wait. Switching it off writes what waits.
+  void set_batched_writes(bool on);
+  bool batched_writes() const noexcept { return batched_; }
+  // Writes every queued byte the socket takes now (the rest when it is
+  // writable again). May lose the link, answering the waiting commands.
+  void flush_batch();
+  // The write calls made on the link's sockets so far, the failed and the
+  // partial ones included: what batching saves shows here.
+  std::uint64_t write_calls() const noexcept { return write_calls_; }
+
   // What the proxy said of itself in its hello (empty / 0 before a link).
   const std::string& peer_name() const noexcept { return peer_name_; }
   std::uint32_t peer_version() const noexcept { return peer_version_; }
@@ -164,6 +184,10 @@ class connection {
   void queue(const vxnet::vxp::message& m);
   // Writes what the socket takes now; false when the link was lost.
   bool flush();
+  // After queueing a command, notice or reply: writes at once unless
+  // batched writes hold it back; tells the watcher. False when the link
+  // was lost.
+  bool queued();
   // Handles every complete frame received; a protocol error drops the link.
   void process_frames();
   void dispatch(vxnet::vxp::message&& m);
@@ -195,6 +219,8 @@ class connection {
   vxnet::vxp::frame_reader reader_;
   std::string outbox_;
   std::size_t out_pos_ = 0;
+  bool batched_ = false;
+  std::uint64_t write_calls_ = 0;
   request_id next_id_ = 1;
   std::unordered_map<request_id, waiting_command> waiting_;
   // The waiting commands by time-out, earliest first.

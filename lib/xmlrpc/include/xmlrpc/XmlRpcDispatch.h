@@ -56,6 +56,15 @@ class XmlRpcDispatch {
   // remove and close sources. An empty task switches it off.
   void setPeriodicTask(std::function<void()> task, double interval);
 
+  // Runs `task` from work() once at the end of every pass, after the
+  // handlers and the periodic task, whether or not a source was ready (not
+  // after a pass cut short by a signal, a failed wait or a handler's
+  // exception). It lets a source that collected output from several
+  // handlers of one pass write it all at once. The task may add, remove and
+  // close sources and change masks: the next pass sees the changes. An
+  // empty task switches it off.
+  void setPassEndTask(std::function<void()> task);
+
   // True when no source is listed (work() would return at once).
   bool empty() const { return _sources.empty(); }
   // Waits `seconds` without watching anything; a signal ends it early.
@@ -110,6 +119,7 @@ class XmlRpcDispatch {
   std::unique_ptr<XmlRpcPoller> _poller;      // reused pass after pass
   std::vector<SourceList::iterator> _polled;  // the entry of each poller index
   std::function<void()> _periodicTask;
+  std::function<void()> _passEndTask;
   double _periodicInterval = 0.0;
   double _nextPeriodic = 0.0;
   double _endTime = -1.0;  // -1.0: no end time
