@@ -1,8 +1,6 @@
 // The proxy link in the server's dispatcher writes the commands that the
 // handlers of one pass send in one write at the end of the pass.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -13,6 +11,7 @@
 #include <xmlrpc/XmlRpcDispatch.h>
 #include <xmlrpc/XmlRpcSource.h>
 
+#include "engine_test_platform.h"
 #include "fake_proxy.h"
 #include "proxy_link_source.h"
 
@@ -60,7 +59,7 @@ TEST(ProxyLinkBatch, CommandsOfOnePassGoOutInOneWriteAtItsEnd) {
   constexpr int count = 40;
   std::vector<std::int64_t> received, answered;
   int pairs[count][2];
-  for (auto& p : pairs) ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, p), 0);
+  for (auto& p : pairs) ASSERT_TRUE(XmlRpcTest::connectedPair(&p[0], &p[1]));
   {
     fake_proxy fake([&](fake_peer& peer) {
       if (!peer.do_hello()) return;
@@ -102,8 +101,8 @@ TEST(ProxyLinkBatch, CommandsOfOnePassGoOutInOneWriteAtItsEnd) {
     EXPECT_FALSE(link.batched_writes());
   }
   for (auto& p : pairs) {
-    ::close(p[0]);
-    ::close(p[1]);
+    XmlRpcTest::closeSocket(p[0]);
+    XmlRpcTest::closeSocket(p[1]);
   }
   std::vector<std::int64_t> expected;
   for (int i = 0; i < count; ++i) expected.push_back(i);
