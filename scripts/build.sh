@@ -19,7 +19,8 @@ case "$config" in
   release|deb) dir=build;  args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo) ;;
   asan)    dir=build-asan; args=(-DCMAKE_BUILD_TYPE=Debug -DXMLRPCS_SANITIZE=ON -DXMLRPCS_BUILD_BENCH=OFF) ;;
   fuzz)    dir=build-fuzz; args=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
-                                 -DXMLRPCS_BUILD_FUZZ=ON -DXMLRPCS_BUILD_TESTS=OFF -DXMLRPCS_BUILD_BENCH=OFF) ;;
+                                 -DXMLRPCS_BUILD_FUZZ=ON -DXMLRPCS_BUILD_TESTS=OFF -DXMLRPCS_BUILD_BENCH=OFF)
+           ((${#targets[@]})) || targets=(fuzzers) ;;
   windows) dir=build-windows; args=(-DCMAKE_BUILD_TYPE=Release -DXMLRPCS_BUILD_BENCH=OFF
                                  -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mingw-w64-x86_64.cmake)
            bash scripts/install-windows-deps.sh
