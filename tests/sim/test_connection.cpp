@@ -15,6 +15,7 @@
 #include <vxcore/property_all.h>
 #include <vxcore/report.h>
 
+#include "echo_command.h"
 #include "fake_proxy.h"
 #include "link_driver.h"
 #include "recording_handler.h"
@@ -36,17 +37,8 @@ std::string error_of(const packet& p) {
   return e ? e->to_string() : std::string();
 }
 
-packet echo_with(std::int64_t n) {
-  packet p(vxnet::vxp::type_command, "proxy.sim.echo");
-  p.set_property("n", make_refcount<vxcore::property_int>(n));
-  return p;
-}
-
-std::int64_t n_of(const packet& p) {
-  const auto n = p.get_property("n");
-  if (!n || n->get_kind() != vxcore::kind_int) return -1;
-  return static_cast<const vxcore::property_int&>(*n).value();
-}
+using link_test::echo_with;
+using link_test::n_of;
 
 TEST(ProxyLink, ConnectsAndExchangesHello) {
   sim_process sim;

@@ -11,6 +11,7 @@
 #include <xmlrpc/XmlRpcDispatch.h>
 #include <xmlrpc/XmlRpcSource.h>
 
+#include "echo_command.h"
 #include "engine_test_platform.h"
 #include "fake_proxy.h"
 #include "proxy_link_source.h"
@@ -27,17 +28,8 @@ class quiet_handler : public vxcapi::handler {
   bool handle(const packet&, packet&) override { return true; }
 };
 
-packet echo_with(std::int64_t n) {
-  packet p(vxnet::vxp::type_command, "proxy.sim.echo");
-  p.set_property("n", make_refcount<vxcore::property_int>(n));
-  return p;
-}
-
-std::int64_t n_of(const packet& p) {
-  const auto n = p.get_property("n");
-  if (!n || n->get_kind() != vxcore::kind_int) return -1;
-  return static_cast<const vxcore::property_int&>(*n).value();
-}
+using link_test::echo_with;
+using link_test::n_of;
 
 // Stands for an XML-RPC connection: one end of a socket pair, always
 // writable, whose handler sends one command and leaves the dispatcher.

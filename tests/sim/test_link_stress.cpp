@@ -19,6 +19,7 @@
 #include <vxcore/property_all.h>
 #include <xmlrpc/XmlRpcDispatch.h>
 
+#include "echo_command.h"
 #include "proxy_link_source.h"
 #include "sim_process.h"
 
@@ -43,17 +44,8 @@ class quiet_handler : public vxcapi::handler {
   int losses = 0;
 };
 
-packet echo_with(std::int64_t n) {
-  packet p(vxnet::vxp::type_command, "proxy.sim.echo");
-  p.set_property("n", make_refcount<vxcore::property_int>(n));
-  return p;
-}
-
-std::int64_t n_of(const packet& p) {
-  const auto n = p.get_property("n");
-  if (!n || n->get_kind() != vxcore::kind_int) return -1;
-  return static_cast<const vxcore::property_int&>(*n).value();
-}
+using link_test::echo_with;
+using link_test::n_of;
 
 std::string error_of(const packet& p) {
   const auto e = p.get_property("error");
