@@ -154,7 +154,7 @@ TEST(CompiledConstraints, MutatedTextsReadOrRaiseCleanly) {
           bad.insert(at, 1, alphabet[next() % alphabet.size()]);
           break;
       }
-      if (bad.empty()) bad = "x";
+      if (bad.empty()) bad.push_back('x');
     }
     try {
       const vxcore::constraint_db db(bad);

@@ -3,8 +3,8 @@
 // sockets than a select() set holds, exclusive listener ports).
 #include <gtest/gtest.h>
 
+#include <winsock2.h>  // before windows.h, which would pull in the old winsock.h
 #include <windows.h>
-#include <winsock2.h>
 
 #include <cstdio>
 #include <string>

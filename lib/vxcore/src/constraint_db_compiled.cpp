@@ -49,7 +49,9 @@ void put_db(std::string& out, const constraint_db& db, int indent) {
     out += '\n';
     out.append(static_cast<std::size_t>(indent + 1) * 2, ' ');
     put_name(out, e.name);
-    out += " " + std::to_string(e.flags) + " ";
+    out += ' ';
+    out += std::to_string(e.flags);
+    out += ' ';
     put_rule(out, e.rule.get(), indent + 1);
   }
 }

@@ -5,8 +5,8 @@
 // and never fails because of publication.
 #include <vxnet/service.h>
 
+#include <winsock2.h>  // before windows.h, which would pull in the old winsock.h
 #include <windows.h>
-#include <winsock2.h>
 
 #include <atomic>
 #include <cctype>

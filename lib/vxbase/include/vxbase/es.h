@@ -2,6 +2,8 @@
 // the source location that raised it; call_raise and arg_raise throw them.
 #pragma once
 
+#include <vxbase/printf_format.h>
+
 #include <cstdarg>
 #include <stdexcept>
 #include <string>
@@ -36,8 +38,8 @@ class arg_error : public base {
 
 // Throw call_error / arg_error with a printf-style message.
 [[noreturn]] void call_raise(const char* location, unsigned line, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
+    VXBASE_PRINTF(3, 4);
 [[noreturn]] void arg_raise(const char* location, unsigned line, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
+    VXBASE_PRINTF(3, 4);
 
 }  // namespace vxbase::es

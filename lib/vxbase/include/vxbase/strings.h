@@ -2,6 +2,8 @@
 // the yes/no words.
 #pragma once
 
+#include <vxbase/printf_format.h>
+
 #include <cstdarg>
 #include <string>
 #include <string_view>
@@ -9,7 +11,7 @@
 namespace vxbase {
 
 // printf-style formatting into a new string of whatever length it needs.
-std::string string_with_format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+std::string string_with_format(const char* format, ...) VXBASE_PRINTF(1, 2);
 std::string string_with_vformat(const char* format, std::va_list args);
 
 // A copy of text with its first character upper-case (ASCII):
