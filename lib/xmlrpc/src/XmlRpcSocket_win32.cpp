@@ -86,8 +86,10 @@ bool XmlRpcSocket::nbRead(int fd, std::string& s, bool* eof, size_t maxSize) {
     int n = ::recv(handle(fd), buffer, kReadBufferSize - 1, 0);
     XmlRpcUtil::log(5, "XmlRpcSocket::nbRead: read/recv returned %d.", n);
     if (n > 0) {
-      buffer[n] = '\0';
       s.append(buffer, static_cast<size_t>(n));
+      // A short read emptied the socket: one more recv would only report
+      // that it would block. What arrives later wakes the poll again.
+      if (n < kReadBufferSize - 1) break;
     } else if (n == 0) {
       *eof = true;
     } else {

@@ -26,8 +26,10 @@ class XmlRpcSocket {
   // as success.
   static bool connect(int fd, const std::string& host, int port);
 
-  // Appends everything readable now to `s`, until the socket would block or
-  // the peer has closed (then *eof is true). False on a real error; bytes
+  // Appends everything readable now to `s`, until the socket is empty (a
+  // read returns less than it asked for, or would block) or the peer has
+  // closed (then *eof is true; a close behind a short read is seen by the
+  // next call). False on a real error; bytes
   // read before it stay in `s`. With `maxSize` it also stops once `s` holds
   // that many bytes or more, so a peer that sends faster than it is read
   // cannot keep the call going.
