@@ -22,6 +22,21 @@ EXE_SUFFIX = os.environ.get("XMLRPCS_EXE_SUFFIX", "")
 EMULATOR = os.environ.get("XMLRPCS_EMULATOR", "")
 WINDOWS = bool(EXE_SUFFIX)
 
+
+def _sanitized(build):
+    """Whether the build under test runs with AddressSanitizer and UBSan."""
+    try:
+        with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as cache:
+            return any(line.strip() == "XMLRPCS_SANITIZE:BOOL=ON" for line in cache)
+    except OSError:
+        return False
+
+
+# Sanitized programs keep shadow memory and quarantined allocations, and
+# their runtime opens files of its own: memory figures and descriptor limits
+# measured on them say nothing about the program.
+SANITIZED = _sanitized(BUILD)
+
 if WINDOWS:
     sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
     import gateway  # noqa: E402
