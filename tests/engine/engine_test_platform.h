@@ -21,6 +21,9 @@ long receiveBytes(int fd, void* data, size_t size);
 bool sendOutOfBand(int fd, char byte);
 // Ends the sending side: the peer reads end of file after the data.
 bool shutdownWrite(int fd);
+// Closes `fd` with a reset instead of the orderly end (linger time 0): the
+// peer's next read fails, whatever data is still on its way.
+void resetConnection(int fd);
 bool setSendBuffer(int fd, int bytes);
 bool setReceiveBuffer(int fd, int bytes);
 // True when a read would return at once (data, end of file or an error).

@@ -47,6 +47,12 @@ bool sendOutOfBand(int fd, char byte) { return ::send(fd, &byte, 1, MSG_OOB) == 
 
 bool shutdownWrite(int fd) { return ::shutdown(fd, SHUT_WR) == 0; }
 
+void resetConnection(int fd) {
+  linger off{1, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &off, sizeof(off));
+  ::close(fd);
+}
+
 bool setSendBuffer(int fd, int bytes) {
   return ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof(bytes)) == 0;
 }

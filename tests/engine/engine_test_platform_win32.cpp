@@ -74,6 +74,13 @@ bool sendOutOfBand(int fd, char byte) { return ::send(handle(fd), &byte, 1, MSG_
 
 bool shutdownWrite(int fd) { return ::shutdown(handle(fd), SD_SEND) == 0; }
 
+void resetConnection(int fd) {
+  linger off{1, 0};
+  ::setsockopt(handle(fd), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off),
+               sizeof(off));
+  ::closesocket(handle(fd));
+}
+
 bool setSendBuffer(int fd, int bytes) {
   return ::setsockopt(handle(fd), SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&bytes),
                       sizeof(bytes)) == 0;

@@ -33,6 +33,9 @@ class MemoryConnection : public XmlRpc::XmlRpcServerConnection {
 
   // One readable event, as the dispatcher would deliver it.
   unsigned event() { return handleEvent(XmlRpc::XmlRpcDispatch::ReadableEvent); }
+  // An exception event: how the dispatcher reports an error or a hang-up
+  // of a connection that watches only for exceptions.
+  unsigned exceptionEvent() { return handleEvent(XmlRpc::XmlRpcDispatch::Exception); }
 
   // Bytes fed but not read by the connection yet.
   size_t pending() const { return input_.size(); }

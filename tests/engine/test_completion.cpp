@@ -353,3 +353,44 @@ TEST_F(CompletionTest, WaitingConnectionOverTheDispatcher) {
   closeSocket(other);
   EXPECT_TRUE(errors_.messages.empty());
 }
+
+// Bytes the client sends ahead wait in the socket while the call is out, so
+// only exceptions are watched; an exception event then means an error or a
+// hang-up that those bytes would keep signalling every pass: the connection
+// ends and the call is abandoned.
+TEST_F(CompletionTest, ExceptionWhileBytesWaitEndsTheConnection) {
+  auto* conn = new MemoryConnection(&server_);
+  conn->feed(httpPost(methodCall("later", {})));
+  EXPECT_EQ(conn->event(), kRead);
+  conn->feed("POST / HTTP/1.1\r\n");
+  EXPECT_EQ(conn->event(), XmlRpcDispatch::Exception);
+  EXPECT_EQ(conn->getState(), XmlRpcServerConnection::EXECUTE_PENDING);
+  EXPECT_EQ(conn->exceptionEvent(), 0u);
+  ASSERT_EQ(later_.waiting.size(), 1u);
+  delete conn;
+  EXPECT_TRUE(later_.waiting[0]->abandoned());
+}
+
+// The same over a real socket: a client that sends the start of its next
+// request while a call waits, then resets the connection, is dropped at the
+// next pass (before, the reset kept the socket signalling and the server
+// spun until the result came).
+TEST_F(CompletionTest, ResetWhileBytesWaitDropsTheClient) {
+  ASSERT_TRUE(server_.bindAndListen(0, 5));
+  int client = XmlRpcSocket::socket();
+  ASSERT_TRUE(XmlRpcSocket::connect(client, "127.0.0.1", server_.getPort()));
+  std::string request = httpPost(methodCall("later", {}));
+  ASSERT_EQ(sendBytes(client, request.data(), request.size()), static_cast<long>(request.size()));
+  for (int i = 0; i < 50 && later_.waiting.empty(); ++i) server_.work(0.01);
+  ASSERT_EQ(later_.waiting.size(), 1u);
+  const std::string ahead = "POST / HTTP/1.1\r\n";
+  ASSERT_EQ(sendBytes(client, ahead.data(), ahead.size()), static_cast<long>(ahead.size()));
+  for (int i = 0; i < 5; ++i) server_.work(0.01);  // the bytes are seen, reads stop
+  EXPECT_EQ(server_.getConnectionCount(), 1);
+  EXPECT_FALSE(later_.waiting[0]->abandoned());
+
+  resetConnection(client);
+  for (int i = 0; i < 50 && !later_.waiting[0]->abandoned(); ++i) server_.work(0.01);
+  EXPECT_TRUE(later_.waiting[0]->abandoned());
+  EXPECT_EQ(server_.getConnectionCount(), 0);
+}

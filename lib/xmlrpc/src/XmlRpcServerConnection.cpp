@@ -226,8 +226,8 @@ XmlRpcServerConnection::~XmlRpcServerConnection() {
   _server->removeConnection(this);
 }
 
-unsigned XmlRpcServerConnection::handleEvent(unsigned /*eventType*/) {
-  if (_connectionState == EXECUTE_PENDING) return watchWhilePending();
+unsigned XmlRpcServerConnection::handleEvent(unsigned eventType) {
+  if (_connectionState == EXECUTE_PENDING) return watchWhilePending(eventType);
   if (_connectionState == READ_HEADER && !readHeader()) return 0;
   if (_connectionState == READ_REQUEST && !readRequest()) return 0;
   if (_connectionState == WRITE_RESPONSE && !writeResponse()) return 0;
@@ -242,7 +242,13 @@ bool XmlRpcServerConnection::hasDataWaiting() {
   return !peekAvailable(&eof, &data) || eof || data;
 }
 
-unsigned XmlRpcServerConnection::watchWhilePending() {
+unsigned XmlRpcServerConnection::watchWhilePending(unsigned eventType) {
+  // Only an error, a hang-up or urgent data raise the exception event here
+  // (the dispatcher reports errors and hang-ups as every watched event).
+  // None of them goes away by itself while bytes sent ahead still wait in
+  // the socket, so watching on would wake every pass: the client is
+  // dropped and its call abandoned.
+  if (eventType & XmlRpcDispatch::Exception) return 0;
   bool eof = false;
   bool data = false;
   // A client that has gone is closed at once: its call is abandoned.
@@ -453,7 +459,8 @@ bool XmlRpcServerConnection::readRequest() {
   // XML has no zero character: such a body is no call. It is answered with
   // a fault saying so (not cut at the zero byte, which would leave the body
   // shorter than announced and the client waiting for ever).
-  const size_t zero = _request.find('\0');
+  const size_t zero =
+      std::string_view(_request).substr(0, static_cast<size_t>(_contentLength)).find('\0');
   if (zero != std::string::npos) {
     generateFaultResponse(
         "Invalid request: zero byte at offset " + std::to_string(zero) + " of the body",

@@ -18,7 +18,8 @@ class XmlRpcServerConnection : public XmlRpcSource {
  public:
   // The states of the request cycle. EXECUTE_PENDING: the request has been
   // read and a method answers later through its XmlRpcCompletion; the
-  // connection reads nothing meanwhile (it only notices the client leaving)
+  // connection reads nothing meanwhile (it only notices the client leaving
+  // or failing)
   // and is not subject to the request time-outs.
   enum ServerConnectionState {
     READ_HEADER = 0,
@@ -156,8 +157,9 @@ class XmlRpcServerConnection : public XmlRpcSource {
     int code = -1;
   };
 
-  // The connection is waiting for a result.
-  unsigned watchWhilePending();
+  // The connection is waiting for a result; `eventType` is the event that
+  // woke it (none when the call has just started).
+  unsigned watchWhilePending(unsigned eventType);
   // Starts the call: a registered method, "system.multicall", or the
   // unknown-method fault.
   void startRequest();
