@@ -1,5 +1,6 @@
 // The proxy link in the server's dispatcher writes the commands that the
-// handlers of one pass send in one write at the end of the pass.
+// handlers of one pass send in one write at the end of the pass, and a turn
+// of it ends after the pass in which a stop was asked for.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -103,3 +104,39 @@ TEST(ProxyLinkBatch, CommandsOfOnePassGoOutInOneWriteAtItsEnd) {
 }
 
 }  // namespace
+
+// Always readable (data waits unread): each pass calls it again. On its
+// third call it asks the turn to stop.
+class busy_source : public XmlRpc::XmlRpcSource {
+ public:
+  busy_source(int fd, bool& running) : XmlRpcSource(fd), running_(running) { setKeepOpen(true); }
+  unsigned handleEvent(unsigned) override {
+    if (++calls == 3) running_ = false;
+    return XmlRpc::XmlRpcDispatch::ReadableEvent;
+  }
+  int calls = 0;
+
+ private:
+  bool& running_;
+};
+
+TEST(ProxyLinkTurn, AStopAskedForWhileHandlersRunEndsTheTurnAfterThatPass) {
+  int pair[2];
+  ASSERT_TRUE(XmlRpcTest::connectedPair(&pair[0], &pair[1]));
+  ASSERT_EQ(XmlRpcTest::sendBytes(pair[1], "x", 1), 1);
+  quiet_handler h;
+  vxcapi::connection link(&h);
+  XmlRpc::XmlRpcDispatch dispatch;
+  xmlrpcs::proxy_link_source source(link, dispatch);
+  bool running = true;
+  busy_source busy(pair[0], running);
+  dispatch.addSource(&busy, XmlRpc::XmlRpcDispatch::ReadableEvent);
+  // A busy server never waits in the poll, where a signal would end the
+  // turn at once: the stop is seen at the end of the pass instead of when
+  // the turn's time is up.
+  source.work(5.0, [&running] { return running; });
+  EXPECT_EQ(busy.calls, 3);
+  dispatch.removeSource(&busy);
+  source.detach();
+  for (int fd : pair) XmlRpcTest::closeSocket(fd);
+}

@@ -18,6 +18,7 @@ proxy_link_source::proxy_link_source(vxcapi::connection& link, XmlRpcDispatch& d
   link_->set_batched_writes(true);
   dispatch_->setPassEndTask([this] {
     if (link_) link_->flush_batch();
+    if (stop_requested_ && stop_requested_()) dispatch_->exit();
   });
   sync();
 }

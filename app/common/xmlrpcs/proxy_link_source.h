@@ -4,6 +4,8 @@
 // The link's writes are batched: what a pass queued goes out at its end.
 #pragma once
 
+#include <functional>
+
 #include <vxcapi/connection.h>
 #include <xmlrpc/XmlRpcDispatch.h>
 #include <xmlrpc/XmlRpcSource.h>
@@ -26,8 +28,10 @@ class proxy_link_source : public XmlRpc::XmlRpcSource, public vxcapi::io_watcher
 
   // Runs the dispatcher for about seconds, in slices that end at the link's
   // deadlines (its connect time-out, its commands' time-outs) so that those
-  // are kept to the millisecond. Returns early when keep_going turns false
-  // (a stop signal interrupts the wait).
+  // are kept to the millisecond. Returns early when keep_going turns false:
+  // a stop signal interrupts the wait, and one that comes while handlers
+  // run ends the turn after that pass (a busy server sees it as soon as an
+  // idle one).
   template <typename Flag>
   void work(double seconds, const Flag& keep_going);
 
@@ -53,11 +57,18 @@ class proxy_link_source : public XmlRpc::XmlRpcSource, public vxcapi::io_watcher
   bool registered_ = false;
   // Inside handleEvent the entry is brought in line by its return value.
   bool in_event_ = false;
+  // During work(): true once the caller wants to stop.
+  std::function<bool()> stop_requested_;
 };
 
 template <typename Flag>
 void proxy_link_source::work(double seconds, const Flag& keep_going) {
   const std::int64_t end = vxcapi::connection::now_ms() + static_cast<std::int64_t>(seconds * 1000);
+  struct stop_scope {
+    std::function<bool()>& check;
+    ~stop_scope() { check = nullptr; }
+  } scope{stop_requested_};
+  stop_requested_ = [&keep_going] { return !keep_going(); };
   for (;;) {
     const std::int64_t left = end - vxcapi::connection::now_ms();
     if (left <= 0 || !keep_going()) return;
