@@ -191,12 +191,22 @@ bool XmlRpcServer::closeLongestIdle(const XmlRpcServerConnection* spare) {
   for (XmlRpcServerConnection* c : _connections) {
     if (c != spare && c->isIdle()) idle.push_back(c);
   }
-  std::sort(idle.begin(), idle.end(),
-            [](const auto* a, const auto* b) { return a->waitingSince() < b->waitingSince(); });
-  for (XmlRpcServerConnection* c : idle) {
+  // Only the longest idle is wanted, once per accept near the limit: a scan
+  // for the oldest rather than a sort of them all, which with hundreds of
+  // thousands of descriptors would cost more than the accept.
+  const auto older = [](const auto* a, const auto* b) {
+    return a->waitingSince() < b->waitingSince();
+  };
+  while (!idle.empty()) {
+    auto oldest = std::min_element(idle.begin(), idle.end(), older);
+    XmlRpcServerConnection* c = *oldest;
     // A request may have arrived that the connection has not read yet (a
     // connection accepted a moment ago, say): such a one is not idle.
-    if (c->hasDataWaiting()) continue;
+    if (c->hasDataWaiting()) {
+      *oldest = idle.back();
+      idle.pop_back();
+      continue;
+    }
     XmlRpcUtil::log(3,
                     "XmlRpcServer: descriptors running short, closing the longest-idle "
                     "connection");
