@@ -211,6 +211,11 @@ def idle_memory():
         figure("rss_before_kb", before)
         figure("peak_rss_5000_idle_kb", peak)
         figure("kb_per_idle_connection", "%.2f" % ((peak - before) / count))
+        # An idle connection holds no buffer of its own: about half a KB
+        # (its object and the dispatcher's entry). 4 KB each would mean a
+        # page of buffer per connection.
+        assert peak - before <= 4 * count, \
+            "%d KB for %d idle connections" % (peak - before, count)
         for s in socks:
             s.close()
     finally:
@@ -408,6 +413,9 @@ def accept_at_the_limit():
             s.close()
         took = timed_call(server.port, ECHO, ECHO_RESPONSE)
         figure("call_after_room_made_ms", "%.1f" % (took * 1000))
+        # The rested listener wakes when a connection closes, not only when
+        # its second of rest is over.
+        assert took < 0.5, "the call after room was made took %.3f s" % took
         for s in socks[OVER_LIMIT // 2:]:
             s.close()
     finally:

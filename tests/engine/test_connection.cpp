@@ -460,6 +460,23 @@ TEST_F(XmlRpcConnectionTest, EndlessHeaderIsDropped) {
             0u);
 }
 
+TEST_F(XmlRpcConnectionTest, LengthOverTheCapIsRefusedBeforeTheBody) {
+  const int cap = XmlRpcServerConnection::kMaxContentLength;
+  conn_.feed("POST / HTTP/1.1\r\nContent-length: " + std::to_string(cap + 1) + "\r\n\r\n<x/>");
+  EXPECT_EQ(conn_.event(), kClose);
+  ASSERT_EQ(errors_.messages.size(), 1u);
+  EXPECT_EQ(errors_.messages[0], "XmlRpcServerConnection::readHeader: Content-length too large (" +
+                                     std::to_string(cap + 1) + ").");
+}
+
+TEST_F(XmlRpcConnectionTest, LengthAtTheCapIsRead) {
+  const int cap = XmlRpcServerConnection::kMaxContentLength;
+  conn_.feed("POST / HTTP/1.1\r\nContent-length: " + std::to_string(cap) + "\r\n\r\n<x/>");
+  EXPECT_EQ(conn_.event(), kRead);  // waits for the rest of the body
+  EXPECT_EQ(conn_.getState(), XmlRpcServerConnection::READ_REQUEST);
+  EXPECT_TRUE(errors_.messages.empty());
+}
+
 TEST_F(XmlRpcConnectionTest, HugeLengthIsRefused) {
   conn_.feed("POST / HTTP/1.1\r\nContent-length: 99999999999\r\n\r\n<x/>");
   EXPECT_EQ(conn_.event(), kClose);
