@@ -9,6 +9,8 @@ machine yet far below what a server that serves one call at a time takes.
 
 import os
 import signal
+import socket
+import struct
 import sys
 import tempfile
 import threading
@@ -182,6 +184,65 @@ class StoppedProxy(unittest.TestCase):
 def http_exception():
     import http.client
     return http.client.HTTPException
+
+
+def raw_post(body):
+    """An HTTP request as xmlrpc.client sends it, on a socket of its own."""
+    request = (b"POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n"
+               b"Content-Length: %d\r\n\r\n" % len(body)) + body
+    sock = socket.create_connection(("127.0.0.1", gateway.SERVER_PORT), timeout=SEND_TIMEOUT)
+    sock.sendall(request)
+    return sock
+
+
+def reset(sock):
+    """Closes with a reset, not the orderly end."""
+    sock.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    sock.close()
+
+
+@gateway.skip_unless_private_network()
+class ClientsThatLeave(unittest.TestCase):
+    def test_calls_of_clients_that_left_are_forgotten_and_their_replies_dropped(self):
+        gw = gateway.Gateway(self.addCleanup, sim_args=["--delay-ms", "600"])
+        gw.wait_connected()
+        before = len(gw.recorded_commands())
+        version = xmlrpc.client.dumps(({},), "getVersion").encode()
+        entries = [{"methodName": "jobPause", "params": [{"job-id": "job-%d" % i}]}
+                   for i in range(5)]
+        multicall = xmlrpc.client.dumps((entries,), "system.multicall").encode()
+        # Clients that leave while their command is out: one closes, one
+        # resets, one resets after sending the start of its next request
+        # (its bytes wait in the socket), one leaves a multicall after its
+        # first entry went out.
+        closing, resetting, ahead, leaving = (raw_post(version), raw_post(version),
+                                              raw_post(version), raw_post(multicall))
+        self.assertEqual(wait_recorded(gw, before + 4), before + 4)
+        ahead.sendall(b"POST /RPC2 HTTP/1.1\r\n")
+        time.sleep(0.1)
+        closing.close()
+        reset(resetting)
+        reset(ahead)
+        leaving.close()
+        # A client that stays is answered with its own reply while the late
+        # ones come back and are dropped.
+        with xmlrpc.client.ServerProxy(gateway.URL) as p:
+            took, answer = timed(p.getVersion)
+            self.assertEqual(answer.get("version"), "7.0.0.0", answer)
+            self.assertLess(took, 1.5)
+            time.sleep(0.8)  # every late reply is in by now
+            tmp = tempfile.NamedTemporaryFile(prefix="xmlrpcs-left-", suffix=".ext7")
+            self.addCleanup(tmp.close)
+            tmp.write(b"x" * 77)
+            tmp.flush()
+            analyzed = p.analyzeFile({"file": tmp.name})
+            self.assertEqual(analyzed.get("size"), 77, analyzed)
+        # The multicall that lost its client sent nothing after its first
+        # entry.
+        paused = [c["properties"].get("job-id") for c in gw.recorded_commands()[before:]
+                  if c["command"] == "proxy.node.job.pause"]
+        self.assertEqual(paused, ["job-0"])
+        self.assertIsNone(gw.server.proc.poll(), "the server ended")
 
 
 @gateway.skip_unless_private_network()
