@@ -445,6 +445,47 @@ TEST(ProxyLinkAsync, ForgottenCommandsAreNeverAnsweredAndTheirRepliesDropped) {
   EXPECT_TRUE(h.disconnects.empty());
 }
 
+TEST(ProxyLinkAsync, LateRepliesOfAnyNumberOfGivenUpCommandsAreDropped) {
+  // More calls given up on than any memory of them would hold: their
+  // replies, and a second reply to an answered request, keep the link.
+  constexpr int count = 2000;
+  fake_proxy fake([](fake_peer& peer) {
+    if (!peer.do_hello()) return;
+    std::vector<vxnet::vxp::message> held;
+    for (int i = 0; i < count; ++i) {
+      auto m = peer.read_message();
+      if (!m) return;
+      held.push_back(std::move(*m));
+    }
+    for (const auto& m : held) {
+      packet reply(vxnet::vxp::type_reply, m.body.get_command(), m.body.get_properties());
+      peer.send(vxnet::vxp::make_reply(m.id, reply));
+    }
+    // Then one more call, answered twice.
+    auto last = peer.read_message();
+    if (!last) return;
+    packet reply(vxnet::vxp::type_reply, last->body.get_command(), last->body.get_properties());
+    peer.send(vxnet::vxp::make_reply(last->id, reply));
+    peer.send(vxnet::vxp::make_reply(last->id, reply));
+    peer.sees_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  int answered = 0;
+  std::vector<connection::request_id> ids;
+  for (int i = 0; i < count; ++i)
+    ids.push_back(c.send_async(echo_with(i), 5, [&](const packet&) { ++answered; }));
+  ASSERT_TRUE(pump_until(c, [&] { return c.write_calls() > 0 && !c.wants_write(); }));
+  for (auto id : ids) c.forget(id);
+  EXPECT_EQ(n_of(round_trip(c, echo_with(77), 5)), 77);
+  // The repeated reply comes with it or right after: the link stays.
+  pump_until(c, [] { return false; }, std::chrono::milliseconds(300));
+  EXPECT_EQ(answered, 0);
+  EXPECT_TRUE(c.is_connected());
+  EXPECT_TRUE(h.disconnects.empty());
+}
+
 TEST(ProxyLinkAsync, ALostLinkAnswersEveryOutstandingCommandAtOnce) {
   constexpr int count = 100;
   fake_proxy fake([](fake_peer& peer) {

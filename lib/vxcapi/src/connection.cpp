@@ -231,7 +231,6 @@ void connection::forget(request_id id) {
   if (it == waiting_.end()) return;
   deadlines_.erase({it->second.deadline_ms, id});
   waiting_.erase(it);
-  abandon(id);
 }
 
 bool connection::send_notice(const packet& notice) {
@@ -262,7 +261,7 @@ connection::reset_link() noexcept {
   auto waiting = std::move(waiting_);
   waiting_.clear();
   deadlines_.clear();
-  abandoned_.clear();
+  link_first_id_ = next_id_;
   ++link_serial_;
   notify_watcher();
   return waiting;
@@ -398,7 +397,6 @@ void connection::run_timers() {
     if (it == waiting_.end()) continue;
     waiting_command w = std::move(it->second);
     waiting_.erase(it);
-    abandon(id);
     report(vxbase::sev_info, vxcore::kind::network,
            "no reply to \"" + w.command + "\" (request " + std::to_string(id) + ") within " +
                std::to_string(w.timeout_seconds) + " s");
@@ -431,7 +429,7 @@ void connection::dispatch(message&& m) {
         deadlines_.erase({w.deadline_ms, m.id});
         waiting_.erase(it);
         w.callback(m.body);
-      } else if (abandoned_.erase(m.id) != 0) {
+      } else if (m.id >= link_first_id_ && m.id < next_id_) {
         report(vxbase::sev_debug, vxcore::kind::network,
                "late reply to request " + std::to_string(m.id) + " dropped");
       } else {
@@ -471,12 +469,6 @@ void connection::dispatch(message&& m) {
       return;
     }
   }
-}
-
-void connection::abandon(request_id id) {
-  abandoned_.insert(id);
-  // Ids grow, so the first is the oldest.
-  if (abandoned_.size() > max_abandoned_requests) abandoned_.erase(abandoned_.begin());
 }
 
 }  // namespace vxcapi

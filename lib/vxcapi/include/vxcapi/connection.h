@@ -26,13 +26,6 @@ inline constexpr const char* error_lost = "connection to client proxy lost";
 // or the queue to the proxy is full).
 inline constexpr const char* error_cannot_send = "cannot send the command: ";
 
-// Requests given up on (timed out or forgotten) are remembered, up to this
-// many with the oldest forgotten first, so that their late replies are
-// recognised and dropped instead of being taken for a protocol violation.
-// A proxy that answers even later than this many abandoned calls is treated
-// as broken.
-inline constexpr std::size_t max_abandoned_requests = 1024;
-
 // The most bytes of commands waiting to be written to the proxy. A proxy
 // that stops reading must not make the gateway buffer without end; two
 // frames of the largest size still fit, and real commands are a few hundred
@@ -197,7 +190,6 @@ class connection {
   // Closes the socket and clears the link's state; returns the commands
   // that were waiting, for the caller to answer.
   std::unordered_map<request_id, waiting_command> reset_link() noexcept;
-  void abandon(request_id id);
   void notify_watcher();
 
   handler* handler_;
@@ -225,7 +217,11 @@ class connection {
   std::unordered_map<request_id, waiting_command> waiting_;
   // The waiting commands by time-out, earliest first.
   std::set<std::pair<std::int64_t, request_id>> deadlines_;
-  std::set<request_id> abandoned_;
+  // The first id sent on the current link. Ids only grow, so a reply to an
+  // id from here to next_id_ that is no longer waiting answers a call given
+  // up on (timed out or forgotten): it is dropped, however late, with no
+  // memory kept per call. Any other id was never asked on this link.
+  request_id link_first_id_ = 1;
   std::string peer_name_;
   std::uint32_t peer_version_ = 0;
   // Bumped at every drop, so that a loop notices its link went away.
