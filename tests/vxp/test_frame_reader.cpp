@@ -2,6 +2,7 @@
 // an oversized length is refused before its bytes are awaited.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -149,3 +150,22 @@ TEST(FrameReader, ZeroLengthFrameIsAnEmptyBodyThatDoesNotDecode) {
 }
 
 }  // namespace
+
+TEST(FrameReader, StorageOfABigFrameGoesBackOnceItIsHandedOut) {
+  const std::string big(4 * 1024 * 1024, 'x');
+  std::string stream;
+  for (int shift = 24; shift >= 0; shift -= 8)
+    stream += static_cast<char>((big.size() >> shift) & 0xff);
+  stream += big;
+  frame_reader r;
+  // In pieces, as a socket hands it over: the partial frame is kept whole.
+  for (std::size_t at = 0; at < stream.size(); at += 65536)
+    r.feed(stream.data() + at, std::min<std::size_t>(65536, stream.size() - at));
+  EXPECT_GE(r.capacity(), big.size());
+  auto body = r.next();
+  ASSERT_TRUE(body.has_value());
+  EXPECT_EQ(body->size(), big.size());
+  r.feed("\0\0\0\1x", 5);
+  EXPECT_LE(r.capacity(), frame_reader::kept_capacity);
+  ASSERT_TRUE(r.next().has_value());
+}

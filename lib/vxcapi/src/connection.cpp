@@ -101,8 +101,7 @@ void connection::connect_next() {
     if (fd >= 0) {
       fd_ = fd;
       reader_.clear();
-      outbox_.clear();
-      out_pos_ = 0;
+      reset_outbox();
       notify_watcher();
       return;
     }
@@ -201,10 +200,7 @@ connection::request_id connection::send_async(const packet& request, unsigned ti
     return 0;
   }
   const request_id id = next_id_++;
-  if (out_pos_ == outbox_.size()) {
-    outbox_.clear();
-    out_pos_ = 0;
-  }
+  if (out_pos_ == outbox_.size()) reset_outbox();
   const std::size_t before = outbox_.size();
   try {
     queue(vxnet::vxp::make_request(id, request));
@@ -256,8 +252,7 @@ connection::reset_link() noexcept {
   fd_ = -1;
   state_ = link_state::idle;
   reader_.clear();
-  outbox_.clear();
-  out_pos_ = 0;
+  reset_outbox();
   auto waiting = std::move(waiting_);
   waiting_.clear();
   deadlines_.clear();
@@ -280,11 +275,17 @@ void connection::drop(const std::string& reason, bool error) {
   for (auto& [id, w] : waiting) w.callback(error_reply(w.command, error_lost));
 }
 
-void connection::queue(const message& m) {
-  if (out_pos_ == outbox_.size()) {
+void connection::reset_outbox() noexcept {
+  if (outbox_.capacity() > batch_write_bytes) {
+    std::string().swap(outbox_);
+  } else {
     outbox_.clear();
-    out_pos_ = 0;
   }
+  out_pos_ = 0;
+}
+
+void connection::queue(const message& m) {
+  if (out_pos_ == outbox_.size()) reset_outbox();
   vxnet::vxp::append_frame(outbox_, m);
 }
 
@@ -303,8 +304,7 @@ bool connection::flush() {
     out_pos_ += static_cast<std::size_t>(sent);
   }
   if (fd_ < 0) return false;
-  outbox_.clear();
-  out_pos_ = 0;
+  reset_outbox();
   return true;
 }
 

@@ -12,6 +12,7 @@ void frame_reader::feed(const char* data, std::size_t size) {
     buffer_.erase(0, start_);
     start_ = 0;
   }
+  if (buffer_.empty() && buffer_.capacity() > kept_capacity) std::string().swap(buffer_);
   buffer_.append(data, size);
 }
 
@@ -30,7 +31,11 @@ std::optional<std::string_view> frame_reader::next() {
 }
 
 void frame_reader::clear() noexcept {
-  buffer_.clear();
+  if (buffer_.capacity() > kept_capacity) {
+    std::string().swap(buffer_);
+  } else {
+    buffer_.clear();
+  }
   start_ = 0;
 }
 

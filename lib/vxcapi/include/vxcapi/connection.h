@@ -133,6 +133,11 @@ class connection {
   // The write calls made on the link's sockets so far, the failed and the
   // partial ones included: what batching saves shows here.
   std::uint64_t write_calls() const noexcept { return write_calls_; }
+  // Storage held by the link's read and write buffers. Each gives back what
+  // a burst made it grow beyond 64 KiB once it is empty again.
+  std::size_t buffer_capacity() const noexcept {
+    return reader_.capacity() + outbox_.capacity();
+  }
 
   // What the proxy said of itself in its hello (empty / 0 before a link).
   const std::string& peer_name() const noexcept { return peer_name_; }
@@ -191,6 +196,9 @@ class connection {
   // that were waiting, for the caller to answer.
   std::unordered_map<request_id, waiting_command> reset_link() noexcept;
   void notify_watcher();
+  // Empties the outbox once all of it is written, giving back storage
+  // beyond batch_write_bytes.
+  void reset_outbox() noexcept;
 
   handler* handler_;
   io_watcher* watcher_ = nullptr;

@@ -112,6 +112,11 @@ class frame_reader {
 
   // Bytes received and not yet handed out.
   std::size_t buffered() const noexcept { return buffer_.size() - start_; }
+  // Storage the buffer holds. Once a large frame has been handed out and
+  // nothing is left, storage beyond kept_capacity goes back: one big reply
+  // must not hold its memory for the rest of the link's life.
+  std::size_t capacity() const noexcept { return buffer_.capacity(); }
+  static constexpr std::size_t kept_capacity = 64 * 1024;
   void clear() noexcept;
 
  private:
