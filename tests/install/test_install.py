@@ -14,6 +14,7 @@ import unittest
 import xmlrpc.client
 
 from netns import NetNs, skip_unless_root
+import testmain
 
 BUILD = os.environ.get("XMLRPCS_BUILD_DIR", "")
 SERVER = os.path.join(BUILD, "bin", "XMLRPCServer")
@@ -201,4 +202,4 @@ def _stop(proc):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -12,6 +12,7 @@ import time
 import unittest
 
 from netns import NetNs, skip_unless_root
+import testmain
 
 BUILD = os.environ.get("XMLRPCS_BUILD_DIR", "")
 # Folders dpkg and the package's scripts write to: each gets a private copy
@@ -139,4 +140,4 @@ def stop(proc):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

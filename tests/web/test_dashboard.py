@@ -15,6 +15,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(os.path.dirname(HERE))
 sys.path.insert(0, os.path.join(SOURCE, "tests", "e2e"))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 CHROMIUM = "/usr/bin/chromium"
 DRIVER = os.path.join(HERE, "node_modules", "playwright-core")
@@ -137,4 +138,4 @@ class Dashboard(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()
