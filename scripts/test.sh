@@ -84,7 +84,8 @@ windows_stage() {
   return "$status"
 }
 if ((windows)); then
-  setsid bash -c "$(declare -f skip_reasons windows_stage); windows_stage" >"$logs/windows.out" 2>&1 &
+  setsid bash -c "$(declare -f skip_reasons windows_stage); windows_stage" \
+    >"$logs/windows.out" 2>&1 &
   windows_pid=$!
   windows_pgid=$windows_pid
 fi
