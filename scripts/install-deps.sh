@@ -34,12 +34,21 @@ if $tests; then PACKAGES+=(chromium); fi
 install_browser_driver() {
   $tests || return 0
   [[ -d $root/tests/web/node_modules/playwright-core ]] && return 0
-  if ! command -v npm >/dev/null; then
-    echo "install-deps: npm not found: the dashboard's browser test will be skipped" >&2
-    return 0
-  fi
   (cd "$root/tests/web" && npm ci --no-audit --no-fund --loglevel=error)
 }
+
+# The dashboard must be tested: without Node.js and npm the tests stop here,
+# before anything is installed.
+if $tests; then
+  for tool in node npm; do
+    if ! command -v "$tool" >/dev/null; then
+      echo "install-deps: $tool not found. The dashboard's browser test needs Node.js" \
+        "and its npm on PATH: install Node.js (it comes with npm) from nodejs.org, not" \
+        "Debian's npm package, which replaces Node.js; then run this again." >&2
+      exit 1
+    fi
+  done
+fi
 
 missing=()
 for p in "${PACKAGES[@]}"; do

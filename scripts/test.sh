@@ -36,13 +36,23 @@ stage() {
   fi
 }
 
+# skip_reasons DIR: why the scripts that ctest reports as skipped skipped
+# (their last line, from ctest's log of the run).
+skip_reasons() {
+  awk '/^[0-9]+\/[0-9]+ Testing: / { name = $3 }
+       /^all [0-9]+ cases skipped: / { sub(/^all [0-9]+ cases /, ""); print "  " name " " $0 }' \
+    "$1/Testing/Temporary/LastTest.log" 2>/dev/null || true
+}
+
 # run_ctest DIR LOG [ctest options]: one configuration's tests, with ctest's
 # own output on the terminal and a copy for the summary.
 run_ctest() {
-  local dir=$1 log=$2
+  local dir=$1 log=$2 status
   shift 2
   (cd "$dir" && ctest --output-on-failure -j 2 --timeout 600 "$@") | tee "$log"
-  return "${PIPESTATUS[0]}"
+  status=${PIPESTATUS[0]}
+  skip_reasons "$dir"
+  return "$status"
 }
 
 # Without the packages nothing else can run.
@@ -67,10 +77,15 @@ windows_stage() {
   # A case that fails runs once more: under load Wine has been seen to end a
   # program before it printed anything (0.01 s, no output). The Linux stages
   # run the same sources without second chances.
-  (cd build-windows && ctest --output-on-failure -j 2 --timeout 600 --repeat until-pass:2)
+  local status=0
+  (cd build-windows && ctest --output-on-failure -j 2 --timeout 600 --repeat until-pass:2) ||
+    status=$?
+  skip_reasons build-windows
+  return "$status"
 }
 if ((windows)); then
-  setsid bash -c "$(declare -f windows_stage); windows_stage" >"$logs/windows.out" 2>&1 &
+  setsid bash -c "$(declare -f skip_reasons windows_stage); windows_stage" \
+    >"$logs/windows.out" 2>&1 &
   windows_pid=$!
   windows_pgid=$windows_pid
 fi
@@ -89,7 +104,7 @@ if ((windows)); then
   windows_pgid=''
   echo "=== Windows build and tests (under Wine) ==="
   cat "$logs/windows.out"
-  grep -E 'tests failed out of [0-9]+' "$logs/windows.out" >"$logs/windows"
+  grep -E 'tests failed out of [0-9]+|\(Skipped\)$' "$logs/windows.out" >"$logs/windows"
   if ((windows_status != 0)); then
     failed_stages+=("Windows")
     if [[ ! -s $logs/windows ]]; then
@@ -98,17 +113,22 @@ if ((windows)); then
   fi
 fi
 
-# ctest says "N% tests passed, F tests failed out of T".
-total=0 failed=0
+# ctest says "N% tests passed, F tests failed out of T", counting skipped
+# tests among the passed ones, and lists each skipped one as
+# "  I - name (Skipped)" under "The following tests did not run:".
+total=0 failed=0 skipped=0
 for log in "$logs"/release "$logs"/asan "$logs"/windows; do
   [[ -s $log ]] || continue
   line=$(grep -E 'tests failed out of [0-9]+' "$log" | tail -n 1)
+  [[ -n $line ]] || continue
   failed=$((failed + $(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$line")))
   total=$((total + $(sed -E 's/.*out of ([0-9]+).*/\1/' <<<"$line")))
+  skipped=$((skipped + $(grep -cE '^[[:space:]]+[0-9]+ - .* \(Skipped\)$' "$log")))
 done
+counts="$((total - failed - skipped)) passed, $failed failed, $skipped skipped"
 minutes=$(((SECONDS - start + 59) / 60))
 if ((${#failed_stages[@]})); then
-  echo "tests: $((total - failed)) passed, $failed failed; failed stages: ${failed_stages[*]} ($minutes min)"
+  echo "tests: $counts; failed stages: ${failed_stages[*]} ($minutes min)"
   exit 1
 fi
-echo "tests: $((total - failed)) passed, $failed failed ($minutes min)"
+echo "tests: $counts ($minutes min)"

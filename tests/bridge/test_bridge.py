@@ -14,6 +14,7 @@ from netns import NetNs, skip_unless_root
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "startup"))
 import server_process as sp  # noqa: E402
+import testmain  # noqa: E402
 
 URL = "http://127.0.0.1:40431/"
 CLIENT = os.path.join(HERE, "bridge_client.py")
@@ -309,4 +310,4 @@ class SentCommands(ServerInNamespace):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -4,6 +4,7 @@ import shutil
 import subprocess
 import tempfile
 import unittest
+import testmain
 
 BUILD = os.environ["XMLRPCS_BUILD_DIR"]
 TOOL = os.path.join(BUILD, "bin", "vxdatatool")
@@ -88,4 +89,4 @@ class DataTool(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -9,6 +9,7 @@ import unittest
 
 from netns import NetNs, is_root
 import programs
+import testmain
 
 BUILD = os.environ["XMLRPCS_BUILD_DIR"]
 WINDOWS = programs.WINDOWS
@@ -105,4 +106,4 @@ class IntactTree(unittest.TestCase):
 
 if __name__ == "__main__":
     programs.run_in_private_network()
-    unittest.main()
+    testmain.main()

@@ -16,6 +16,7 @@ SOURCE = os.path.dirname(os.path.dirname(HERE))
 EXAMPLES = os.path.join(SOURCE, "examples")
 sys.path.insert(0, os.path.join(SOURCE, "tests", "e2e"))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 JOB_MS = 1500
 
@@ -111,4 +112,4 @@ class Examples(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

@@ -17,6 +17,7 @@ SOURCE = os.path.dirname(os.path.dirname(HERE))
 sys.path.insert(0, os.path.join(SOURCE, "tests", "e2e"))
 import gateway  # noqa: E402
 import doc_examples as de  # noqa: E402
+import testmain  # noqa: E402
 
 PAGE = os.path.join(SOURCE, "docs", "methods.md")
 # The simulator's options in scripts/run.sh.
@@ -98,4 +99,4 @@ class Examples(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

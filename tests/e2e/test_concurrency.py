@@ -20,6 +20,7 @@ import xmlrpc.client
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 SEND_TIMEOUT = 5.0
 CLIENTS = 16
@@ -279,4 +280,4 @@ class OutOfOrderReplies(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

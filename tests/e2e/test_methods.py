@@ -9,6 +9,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 # Methods whose command needs properties, with one the empty call lacks.
 REQUIRED = {
@@ -238,4 +239,4 @@ class EveryMethod(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

@@ -12,6 +12,7 @@ import xmlrpc.client
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 # The server waits this long for a reply before answering with an error.
 SEND_TIMEOUT = 5.0
@@ -85,4 +86,4 @@ class ProxyDiesMidCall(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

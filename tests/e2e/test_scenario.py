@@ -11,6 +11,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 # Each simulated job runs this long once started.
 JOB_DURATION_MS = 1500
@@ -141,4 +142,4 @@ class Session(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

@@ -19,6 +19,7 @@ import xmlrpc.client
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 PORT_RANGE = "/proc/sys/net/ipv4/ip_local_port_range"
 
@@ -68,4 +69,4 @@ class SelfConnection(unittest.TestCase):
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

@@ -6,6 +6,7 @@ import unittest
 import xmlrpc.client
 
 from engine_server import TestServer
+import testmain
 
 METHODS = ["echo", "fault", "noResult", "sleep", "system.listMethods", "system.methodHelp",
            "system.multicall"]
@@ -154,4 +155,4 @@ class ClientTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -15,6 +15,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "common"))
 
 from netns import NetNs, skip_unless_root  # noqa: E402
 from programs import SANITIZED  # noqa: E402
+import testmain  # noqa: E402
 
 SCENARIOS = os.path.join(HERE, "load_scenarios.py")
 # Generous: each scenario takes seconds; this only stops a hung one.
@@ -64,4 +65,4 @@ class ConnectionLimitsTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2)
+    testmain.main(verbosity=2)

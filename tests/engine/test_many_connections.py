@@ -11,6 +11,7 @@ import xmlrpc.client
 
 from engine_server import (TestServer, expected_response, http_post, method_call,
                            result_body, wait_until)
+import testmain
 
 CONNECTIONS = 1000
 # The test's own descriptor needs: every client socket plus a margin.
@@ -127,4 +128,4 @@ class ManyConnectionsTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -8,6 +8,7 @@ import unittest
 
 from engine_server import (TestServer, connect, expected_response, fault_body, http_post,
                            method_call, read_response, result_body)
+import testmain
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 # The stream that made a 4.8 KB multicall cost a second of server CPU; the
@@ -182,4 +183,4 @@ class OtherClientsSpellingsTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

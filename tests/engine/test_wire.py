@@ -10,6 +10,7 @@ import unittest
 from engine_server import (ERROR_PORT_IN_USE, SERVER, TestServer, closed_by_peer, connect,
                            expected_response, fault_body, http_post, method_call, read_response,
                            read_until_closed, result_body)
+import testmain
 
 INT42 = "<value><i4>42</i4></value>"
 # Longest a flooding client keeps sending when the server does not stop it.
@@ -297,4 +298,4 @@ class LoggingTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

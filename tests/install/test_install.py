@@ -5,6 +5,7 @@ naming every option and configuration key)."""
 
 import os
 import re
+import shlex
 import shutil
 import signal
 import subprocess
@@ -14,6 +15,7 @@ import unittest
 import xmlrpc.client
 
 from netns import NetNs, skip_unless_root
+import testmain
 
 BUILD = os.environ.get("XMLRPCS_BUILD_DIR", "")
 SERVER = os.path.join(BUILD, "bin", "XMLRPCServer")
@@ -40,6 +42,12 @@ def read_unit(path):
                 key, value = line.split("=", 1)
                 settings.setdefault(key, []).append(value)
     return settings, comments
+
+
+def unit_words(value):
+    """A list setting's items, its quotes removed as systemd removes them
+    (enough for the unit's settings: no escapes)."""
+    return shlex.split(value)
 
 
 class InstalledTree(unittest.TestCase):
@@ -82,10 +90,13 @@ class InstalledTree(unittest.TestCase):
         self.assertEqual(u["ExecStart"], [self.path("bin", "XMLRPCServer") + " --usecfg"])
         self.assertEqual(u["User"], ["xmlrpcserver"])
         self.assertEqual(u["Restart"], ["on-failure"])
-        # The program's default configuration folder lies in the state folder.
+        # The state folder is the program's default configuration folder,
+        # and no more: /var/lib/Holvenmark is shared with other programs.
         help_text = subprocess.run([SERVER, "--help"], capture_output=True, text=True).stdout
-        default = re.search(r"(/var/lib/\S+)/Corvane 7/XMLRPCServer\.xml", help_text).group(1)
-        self.assertEqual("/var/lib/" + u["StateDirectory"][0], default)
+        default = re.search(r"(/var/lib/[^\n]+)/XMLRPCServer\.xml", help_text).group(1)
+        self.assertEqual(default, "/var/lib/Holvenmark/Corvane 7")
+        self.assertEqual(len(u["StateDirectory"]), 1)
+        self.assertEqual(["/var/lib/" + d for d in unit_words(u["StateDirectory"][0])], [default])
         for key, value in (("ProtectSystem", "strict"), ("NoNewPrivileges", "yes"),
                            ("PrivateTmp", "yes"), ("ProtectHome", "yes"),
                            ("CapabilityBoundingSet", "")):
@@ -127,13 +138,21 @@ class InstalledTree(unittest.TestCase):
     @skip_unless_root()
     def test_the_program_serves_as_the_unit_runs_it(self):
         """The unit's user (a stand-in uid), state folder and umask, a read-only
-        file system but for the state folder, a private /tmp, no new
+        file system but for the state folder (/var/lib/Holvenmark beside it
+        read-only too), a private /tmp, no new
         privileges, and the environment systemd gives a service."""
         u = self.unit
-        state = "/var/lib/" + u["StateDirectory"][0]
+        (state,) = ["/var/lib/" + d for d in unit_words(u["StateDirectory"][0])]
         with NetNs(private_dirs=["/var/lib", "/tmp"], keep=[self.prefix]) as ns:
+            # As systemd does: the parents as they are (made for root if
+            # missing), the state folder itself for the user.
+            ns.run(["mkdir", "-p", os.path.dirname(state)], check=True)
             ns.run(["mkdir", "-m", u["StateDirectoryMode"][0], state], check=True)
             ns.run(["chown", "%d:%d" % (STAND_IN_UID, STAND_IN_UID), state], check=True)
+            # Only the state folder stays writable (ProtectSystem=strict):
+            # not /var/lib/Holvenmark beside it, not /var/lib.
+            ns.run(["mount", "--bind", state, state], check=True)
+            ns.run(["mount", "-o", "remount,bind,ro", "/var/lib"], check=True)
             ns.run(["mount", "-o", "remount,bind,ro", "/"], check=True)
             sim = ns.popen([self.path("bin", "ClientProxySim"), "--job-duration-ms", "500"],
                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -156,7 +175,7 @@ class InstalledTree(unittest.TestCase):
             self.assertIn("<title>Corvane XMLRPCServer</title>", page)
             # It made its configuration in the state folder, as its user, with
             # the unit's umask.
-            st = ns.run(["stat", "-c", "%u %a", state + "/Corvane 7/XMLRPCServer.xml"],
+            st = ns.run(["stat", "-c", "%u %a", state + "/XMLRPCServer.xml"],
                         capture_output=True, text=True, check=True).stdout.split()
             self.assertEqual(st, [str(STAND_IN_UID), "640"])
             server.send_signal(signal.SIGTERM)
@@ -201,4 +220,4 @@ def _stop(proc):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -1,10 +1,12 @@
 """The Debian package: what it holds, and a real `dpkg -i` in a mount
 namespace whose /etc, dpkg database and system folders are private copies,
 after which the service's user exists and the program runs the way the unit
-runs it; then `dpkg --purge`. Nothing of it reaches the machine."""
+runs it; then `dpkg --purge`, which removes this program's files and leaves
+those of other Holvenmark programs. Nothing of it reaches the machine."""
 
 import os
 import re
+import shlex
 import signal
 import subprocess
 import tempfile
@@ -12,6 +14,7 @@ import time
 import unittest
 
 from netns import NetNs, skip_unless_root
+import testmain
 
 BUILD = os.environ.get("XMLRPCS_BUILD_DIR", "")
 # Folders dpkg and the package's scripts write to: each gets a private copy
@@ -20,6 +23,16 @@ COPIED = ["/etc", "/var/lib/dpkg", "/lib/systemd/system", "/usr/share/man/man8"]
 # Folders that start empty (/var/lib but for the dpkg database copied back).
 EMPTY = ["/opt", "/var/log", "/var/cache", "/var/lib", "/tmp"]
 SCRATCH = "/mnt"
+HOLVENMARK = "/var/lib/Holvenmark"
+# Files of other Holvenmark programs on the node, which a purge must leave.
+OTHERS = [HOLVENMARK + "/Other Program/settings.xml",
+          HOLVENMARK + "/Corvane 7/OtherProgram.xml",
+          HOLVENMARK + "/Corvane 7/Logs/OtherProgram.log"]
+# What the service writes in its state folder besides its configuration:
+# the configuration's backup, the log file, its rotated copies, the
+# re-directed standard streams.
+OWN_EXTRA = ["XMLRPCServer.old.xml", "Logs/XMLRPCServer.log", "Logs/XMLRPCServer.1.log",
+             "Logs/XMLRPCServer.12.log", "Logs/XMLRPCServer.stdout"]
 
 def build_package(out_dir):
     env = dict(os.environ, XMLRPCS_PACKAGE_LAYOUT="1")
@@ -83,13 +96,21 @@ class Package(unittest.TestCase):
             self.assertLess(int(fields[2]), 1000)  # a system user
             self.assertEqual(fields[6], "/usr/sbin/nologin")
 
-            # What systemd does for the unit: the state folder for the user,
-            # then ExecStart as that user.
+            # Other Holvenmark programs were there before.
+            for path in OTHERS:
+                ns.run(["mkdir", "-p", os.path.dirname(path)], check=True)
+                ns.run(["sh", "-c", 'echo other > "$1"', "sh", path], check=True)
+
+            # What systemd does for the unit: the state folder for the user
+            # (its parents as they are; what is in it too, as the folder's
+            # owner was another), then ExecStart as that user.
             unit = open_in(ns, "/lib/systemd/system/xmlrpcserver.service")
             exec_start = re.search(r"^ExecStart=(.*)$", unit, re.M).group(1).split()
-            state = "/var/lib/" + re.search(r"^StateDirectory=(.*)$", unit, re.M).group(1)
-            ns.run(["install", "-d", "-o", "xmlrpcserver", "-g", "xmlrpcserver", "-m", "0750",
-                    state], check=True)
+            (state,) = ["/var/lib/" + d for d in
+                        shlex.split(re.search(r"^StateDirectory=(.*)$", unit, re.M).group(1))]
+            self.assertEqual(state, HOLVENMARK + "/Corvane 7")
+            ns.run(["chown", "-R", "xmlrpcserver:xmlrpcserver", state], check=True)
+            ns.run(["chmod", "0750", state], check=True)
             sim = ns.popen(["/opt/corvane/bin/ClientProxySim"], stdout=subprocess.DEVNULL,
                            stderr=subprocess.DEVNULL)
             self.addCleanup(stop, sim)
@@ -100,18 +121,50 @@ class Package(unittest.TestCase):
             wait_for_version(ns)
             elapsed = time.monotonic() - started
             print("\npackage -> serving service: %.1f s" % elapsed)
-            self.assertTrue(ns.run(["test", "-f", state + "/Corvane 7/XMLRPCServer.xml"]).returncode
-                            == 0)
+            self.assertTrue(exists(ns, state + "/XMLRPCServer.xml"))
             server.send_signal(signal.SIGTERM)
             out, _ = server.communicate(timeout=15)
             self.assertEqual(server.returncode, 0, out)
+            own = [state + "/XMLRPCServer.xml"] + self.write_own_files(ns, state)
 
-            r = ns.run(["dpkg", "--purge", "corvane-xmlrpcserver"], capture_output=True,
-                       text=True, timeout=120)
+            # A purge removes this program's files only; the folders that
+            # still hold other programs' files stay.
+            self.purge(ns)
+            self.assertFalse(exists(ns, "/opt/corvane/bin/XMLRPCServer"))
+            for path in own:
+                self.assertFalse(exists(ns, path), path)
+            for path in OTHERS:
+                self.assertEqual(open_in(ns, path), "other\n", path)
+
+            # Alone on the node, it leaves no folder behind.
+            ns.run(["rm", "-r", HOLVENMARK + "/Other Program"] + OTHERS[1:], check=True)
+            r = ns.run(["dpkg", "-i", deb], capture_output=True, text=True, timeout=120)
             self.assertEqual(r.returncode, 0, r.stdout + r.stderr)
-            self.assertNotEqual(ns.run(["test", "-e", "/opt/corvane/bin/XMLRPCServer"]).returncode,
-                                0)
-            self.assertNotEqual(ns.run(["test", "-e", state]).returncode, 0)
+            ns.run(["install", "-d", "-o", "xmlrpcserver", "-g", "xmlrpcserver", "-m", "0750",
+                    state], check=True)
+            ns.run(["sh", "-c", 'echo config > "$1"', "sh", state + "/XMLRPCServer.xml"],
+                   check=True)
+            self.write_own_files(ns, state)
+            self.purge(ns)
+            self.assertFalse(exists(ns, HOLVENMARK))
+
+    def write_own_files(self, ns, state):
+        """Writes the files the service makes besides its configuration, as
+        its user; returns their paths."""
+        paths = [state + "/" + name for name in OWN_EXTRA]
+        ns.run(["setpriv", "--reuid=xmlrpcserver", "--regid=xmlrpcserver", "--init-groups", "--",
+                "sh", "-c", 'mkdir -p "$1/Logs" && shift && for f; do echo own > "$f"; done',
+                "sh", state] + paths, check=True)
+        return paths
+
+    def purge(self, ns):
+        r = ns.run(["dpkg", "--purge", "corvane-xmlrpcserver"], capture_output=True,
+                   text=True, timeout=120)
+        self.assertEqual(r.returncode, 0, r.stdout + r.stderr)
+
+
+def exists(ns, path):
+    return ns.run(["test", "-e", path]).returncode == 0
 
 
 def open_in(ns, path):
@@ -139,4 +192,4 @@ def stop(proc):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

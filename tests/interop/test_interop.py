@@ -36,6 +36,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "e2e"))
 import gateway  # noqa: E402
 sys.path.insert(0, HERE)
 from results_table import CHECKS, render  # noqa: E402
+import testmain  # noqa: E402
 
 CLIENTS_DIR = os.path.join(HERE, "clients")
 NODE_DIR = os.path.join(HERE, "node")
@@ -344,4 +345,4 @@ for _c in CLIENTS:
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()

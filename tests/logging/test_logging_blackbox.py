@@ -12,6 +12,7 @@ import time
 import unittest
 
 import programs
+import testmain
 
 BUILD_DIR = os.environ.get("XMLRPCS_BUILD_DIR", "")
 SERVER = programs.binary("XMLRPCServer")
@@ -244,4 +245,4 @@ class LoggingBlackBox(unittest.TestCase):
 
 if __name__ == "__main__":
     programs.run_in_private_network()
-    unittest.main()
+    testmain.main()

@@ -17,6 +17,7 @@ import xml.etree.ElementTree as ElementTree
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import avahi_sandbox  # noqa: E402
+import testmain  # noqa: E402
 
 BIN = os.path.join(os.environ.get("XMLRPCS_BUILD_DIR", "build"), "bin")
 PROBE = os.path.join(BIN, "vxnet-publish-probe")
@@ -401,4 +402,4 @@ class ServerPublicationTest(SandboxTestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

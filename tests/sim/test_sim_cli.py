@@ -11,6 +11,7 @@ import time
 import unittest
 
 import vxp_raw
+import testmain
 
 SIM = os.path.join(os.environ.get("XMLRPCS_BUILD_DIR", "build"), "bin", "ClientProxySim")
 
@@ -246,4 +247,4 @@ class RawProtocol(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

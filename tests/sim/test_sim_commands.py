@@ -9,6 +9,7 @@ import unittest
 
 import vxp_raw
 from test_sim_cli import running_sim
+import testmain
 
 
 def s(text):
@@ -317,4 +318,4 @@ class Commands(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -8,6 +8,7 @@ import unittest
 
 from netns import NetNs
 import server_process as sp
+import testmain
 
 HELP_START = "CORVANE XMLRPCSERVER"
 if sp.WINDOWS:
@@ -180,4 +181,4 @@ class ConfigurationChecks(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    testmain.main()

@@ -9,6 +9,7 @@ import time
 import unittest
 
 import server_process as sp
+import testmain
 
 START_TIMEOUT = 15
 # The error number of a taken address: EADDRINUSE, or WSAEADDRINUSE.
@@ -59,4 +60,4 @@ class TakenPort(unittest.TestCase):
 
 if __name__ == "__main__":
     sp.run_in_private_network()
-    unittest.main()
+    testmain.main()

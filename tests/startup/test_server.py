@@ -11,6 +11,7 @@ import time
 import unittest
 
 import server_process as sp
+import testmain
 
 if sp.WINDOWS:
     # C:\ProgramData of the script's own Wine prefix.
@@ -263,4 +264,4 @@ class WithProxy(unittest.TestCase):
 
 if __name__ == "__main__":
     sp.run_in_private_network()
-    unittest.main()
+    testmain.main()

@@ -1,12 +1,13 @@
 // Drives Debian's chromium (headless, through playwright-core) through the
-// dashboard: served by the gateway and opened from file://. Prints the
-// browser's PID first, so the caller can stop it whatever happens here.
-//   node dashboard_test.mjs <gateway url> <page file> <screenshot dir>
+// dashboard: served by the gateway and opened from file://. The browser is
+// started through browser-launcher.sh, which writes its PID to a file at
+// once, so the caller can stop it whatever happens here.
+//   node dashboard_test.mjs <gateway url> <page file> <screenshot dir> <launcher>
 import { chromium } from "playwright-core";
 import { join } from "node:path";
 import { pathToFileURL } from "node:url";
 
-const [gatewayUrl, pageFile, shotDir] = process.argv.slice(2);
+const [gatewayUrl, pageFile, shotDir, launcher] = process.argv.slice(2);
 // Bounds for a loaded machine; the jobs of the simulator take 3 s.
 const STEP_TIMEOUT_MS = 30000;
 
@@ -26,10 +27,11 @@ function check(ok, what) {
   console.log((ok ? "ok   " : "FAIL ") + what);
 }
 
-// The browser gets a new, empty profile of its own. Started as a server so
-// that its PID is known.
+// The browser gets a new, empty profile of its own. The launcher starts it
+// only while this process lives (it compares its parent with this PID).
+process.env.XMLRPCS_DRIVER_PID = String(process.pid);
 const server = await chromium.launchServer({
-  executablePath: "/usr/bin/chromium", headless: true, args: FLAGS,
+  executablePath: launcher, headless: true, args: FLAGS, env: process.env,
 });
 console.log("browser-pid " + server.process().pid);
 const browser = await chromium.connect(server.wsEndpoint());

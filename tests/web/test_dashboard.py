@@ -1,7 +1,13 @@
 """The dashboard in a real browser: Debian's chromium, headless, driven by
 playwright-core (tests/web/dashboard_test.mjs), inside a network namespace of
 the test's own, against XMLRPCServer with ClientProxySim (3 s jobs). The
-screenshots are kept under the build folder (web-test/)."""
+screenshots and the driver's output are kept, outside the checkout, in a new
+folder "xmlrpcserver-web-test-*" under the system's temporary folder; the
+test prints its path.
+
+The browser session is bounded by XMLRPCS_BROWSER_TIMEOUT seconds (default
+240). Whatever the outcome, the driver and the browser are stopped by their
+PIDs and the test checks that no browser process is left."""
 
 import os
 import shutil
@@ -9,18 +15,27 @@ import signal
 import socket
 import subprocess
 import sys
+import tempfile
+import time
 import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(os.path.dirname(HERE))
 sys.path.insert(0, os.path.join(SOURCE, "tests", "e2e"))
 import gateway  # noqa: E402
+import testmain  # noqa: E402
 
 CHROMIUM = "/usr/bin/chromium"
+CHROMIUM_FILES = "/usr/lib/chromium/"
 DRIVER = os.path.join(HERE, "node_modules", "playwright-core")
-# The whole browser session; it stops by itself well before.
-BROWSER_TIMEOUT = 240
-SHOTS = os.path.join(gateway.BUILD_DIR, "web-test")
+LAUNCHER = os.path.join(HERE, "browser-launcher.sh")
+# The whole browser session; it ends by itself well before.
+BROWSER_TIMEOUT = int(os.environ.get("XMLRPCS_BROWSER_TIMEOUT", "240"))
+# The browser's own bound (browser-launcher.sh): it ends even if this script
+# is killed before it can stop it.
+BROWSER_LIFETIME = BROWSER_TIMEOUT + 30
+# How long stopped processes get to disappear.
+STOP_TIMEOUT = 10
 
 
 def missing():
@@ -94,47 +109,120 @@ class ServedPage(unittest.TestCase):
                                b"Content-length: %d\r\n\r\n" % len(fault) + fault)
 
 
+def read_pid(path):
+    """The PID in the file, or None while there is none."""
+    try:
+        with open(path) as f:
+            text = f.read().strip()
+    except FileNotFoundError:
+        return None
+    return int(text) if text.isdigit() else None
+
+
+def browser_processes():
+    """The chromium processes (the browser, its helpers, its crash handler)
+    in this script's network namespace, which is the test's own: only the
+    browser of this test can be among them. PID -> (process group, command
+    line)."""
+    ours = os.readlink("/proc/self/ns/net")
+    found = {}
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            if os.readlink("/proc/%s/ns/net" % entry) != ours:
+                continue
+            if not os.readlink("/proc/%s/exe" % entry).startswith(CHROMIUM_FILES):
+                continue
+            with open("/proc/%s/stat" % entry) as f:
+                group = int(f.read().rsplit(")", 1)[1].split()[2])
+            with open("/proc/%s/cmdline" % entry, "rb") as f:
+                command = f.read().replace(b"\0", b" ").decode(errors="replace")[:120]
+            found[int(entry)] = (group, command)
+        except OSError:
+            continue  # gone meanwhile, or a zombie (no exe any more)
+    return found
+
+
+def stop_session(driver, pid_file):
+    """Stops the driver and the browser by their PIDs: node's process group
+    (node started in a session of its own), then the browser's. The browser
+    does not go with node: playwright-core starts it in a session of its
+    own, whose leader's PID the launcher wrote to pid_file. Raises if a
+    browser process is still there afterwards."""
+    if driver.poll() is None:
+        os.killpg(driver.pid, signal.SIGKILL)
+        driver.wait()
+    # Node is gone: the launcher either wrote its PID already or will not
+    # start the browser (it checks that node is its parent).
+    browser = read_pid(pid_file)
+    if browser is not None:
+        try:
+            os.killpg(browser, signal.SIGKILL)
+        except ProcessLookupError:
+            pass  # it ended by itself
+    # Helpers that left the browser's process group (chromium's crash
+    # handlers start sessions of their own) are stopped too, by PID.
+    deadline = time.monotonic() + STOP_TIMEOUT
+    left = browser_processes()
+    outside = sorted(pid for pid, (group, _) in left.items() if group != browser)
+    if outside:
+        print("stopping browser processes outside its process group: %s"
+              % ", ".join(map(str, outside)))
+    while left and time.monotonic() < deadline:
+        for pid in left:
+            try:
+                os.kill(pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+        time.sleep(0.1)
+        left = browser_processes()
+    if left:
+        raise AssertionError("browser processes still running after %d s: %r"
+                             % (STOP_TIMEOUT, left))
+
+
 @gateway.skip_unless_private_network()
 @unittest.skipIf(missing(), missing())
 class Dashboard(unittest.TestCase):
     def test_the_dashboard_in_chromium(self):
         gw = gateway.Gateway(self.addCleanup, sim_args=["--job-duration-ms", "3000"])
         gw.wait_connected()
-        os.makedirs(SHOTS, exist_ok=True)
-        # Its own process group, so that the browser it starts goes with it.
-        proc = subprocess.Popen(
-            ["node", os.path.join(HERE, "dashboard_test.mjs"), gateway.URL,
-             os.path.join(SOURCE, "web", "index.html"), SHOTS],
-            cwd=HERE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-            start_new_session=True)
-        browser_pid = []
-
-        def stop():
-            for pid in browser_pid:
-                try:
-                    os.kill(pid, signal.SIGKILL)
-                except ProcessLookupError:
-                    pass
-            if proc.poll() is None:
-                os.killpg(proc.pid, signal.SIGKILL)
-                proc.wait()
-
-        self.addCleanup(stop)
+        # The artefacts stay after the test, outside the checkout.
+        shots = tempfile.mkdtemp(prefix="xmlrpcserver-web-test-")
+        print("\nscreenshots and driver output: %s" % shots)
+        pid_file = os.path.join(shots, "browser.pid")
+        log_path = os.path.join(shots, "driver.log")
+        env = dict(os.environ, XMLRPCS_BROWSER_PID_FILE=pid_file,
+                   XMLRPCS_BROWSER_LIFETIME="%ds" % BROWSER_LIFETIME)
+        # A file, not a pipe: nothing has to read it while the session runs.
+        with open(log_path, "wb") as log:
+            driver = subprocess.Popen(
+                ["node", os.path.join(HERE, "dashboard_test.mjs"), gateway.URL,
+                 os.path.join(SOURCE, "web", "index.html"), shots, LAUNCHER],
+                cwd=HERE, stdout=log, stderr=subprocess.STDOUT, env=env,
+                start_new_session=True)
+        # Whatever happens below (also an interruption, which skips the
+        # cleanups), the browser is stopped here.
         try:
-            out, _ = proc.communicate(timeout=BROWSER_TIMEOUT)
-        except subprocess.TimeoutExpired:
-            os.killpg(proc.pid, signal.SIGKILL)
-            out, _ = proc.communicate()
-            self.fail("the browser session did not end within %d s:\n%s" % (BROWSER_TIMEOUT, out))
-        for line in out.splitlines():
-            if line.startswith("browser-pid ") and line[12:].strip().isdigit():
-                browser_pid.append(int(line[12:]))
+            try:
+                driver.wait(timeout=BROWSER_TIMEOUT)
+                timed_out = False
+            except subprocess.TimeoutExpired:
+                timed_out = True
+        finally:
+            stop_session(driver, pid_file)
+        with open(log_path, errors="replace") as f:
+            out = f.read()
         print(out)
-        self.assertEqual(proc.returncode, 0, out)
+        if timed_out:
+            self.fail("the browser session did not end within %d s:\n%s" % (BROWSER_TIMEOUT, out))
+        self.assertEqual(driver.returncode, 0, out)
         self.assertIn("dashboard test: all passed", out)
-        self.assertTrue(os.path.getsize(os.path.join(SHOTS, "dashboard-gateway.png")) > 0)
+        self.assertEqual(out.count("browser-pid %d\n" % read_pid(pid_file)), 1, out)
+        self.assertTrue(os.path.getsize(os.path.join(shots, "dashboard-gateway.png")) > 0)
 
 
 if __name__ == "__main__":
     gateway.run_in_private_network()
-    unittest.main()
+    testmain.main()
