@@ -123,6 +123,27 @@ class OtherClientsSpellingsTest(unittest.TestCase):
         self.assertEqual(self.exchange(method_call("echo", sent)),
                          expected_response(result_body(echoed)))
 
+    def test_empty_elements_with_blanks_before_the_slash_arrive(self):
+        # As Perl's XMLRPC::Lite writes them: "<string />", with a blank.
+        sent = ("<value><struct>"
+                "<member><name>name</name><value /></member>"
+                "<member><name>text</name><value><string /></value></member>"
+                "<member><name>files</name><value><array><data\t/></array></value></member>"
+                "<member><name>options</name><value><struct\n/></value></member>"
+                "<member><name>blob</name><value><base64 /></value></member>"
+                "<member><name>count</name><value><int>3</int></value></member>"
+                "</struct></value>")
+        echoed = ("<value><array><data><value><struct>"
+                  "<member><name>blob</name><value><base64></base64></value></member>"
+                  "<member><name>count</name><value><i4>3</i4></value></member>"
+                  "<member><name>files</name><value><array><data></data></array></value></member>"
+                  "<member><name>name</name><value></value></member>"
+                  "<member><name>options</name><value><struct></struct></value></member>"
+                  "<member><name>text</name><value></value></member>"
+                  "</struct></value></data></array></value>")
+        self.assertEqual(self.exchange(method_call("echo", sent)),
+                         expected_response(result_body(echoed)))
+
     def test_boolean_words_and_iso_dates_arrive(self):
         sent = ("<value><struct>"
                 "<member><name>on</name><value><boolean> True </boolean></value></member>"
@@ -171,6 +192,26 @@ class OtherClientsSpellingsTest(unittest.TestCase):
                 b'<params/></methodCall>')
         # fault reads its parameters 0 and 1: without them, code 0 and "".
         self.assertEqual(self.exchange(body), expected_response(fault_body(0, "")))
+
+    def test_empty_params_element_with_blanks_is_the_parameter_list(self):
+        # The empty element is read as the call's parameter list, with or
+        # without blanks before "/>": a second list after it is not read (a
+        # reader that took "<params />" for something else would go on to
+        # find that one and echo its 7).
+        late = b"<params><param><value><i4>7</i4></value></param></params>"
+        for params in (b"<params/>", b"<params />", b"<params \t\r\n/>"):
+            body = (b'<?xml version="1.0"?><methodCall><methodName>echo</methodName>' + params +
+                    late + b'</methodCall>')
+            # echo answers the parameters it got: none, which it writes as
+            # an empty value.
+            self.assertEqual(self.exchange(body), expected_response(result_body(
+                "<value></value>")), params)
+        # The same second list after a params element that is not empty is
+        # read: the check above can tell.
+        body = (b'<?xml version="1.0"?><methodCall><methodName>echo</methodName><params x/>' +
+                late + b'</methodCall>')
+        self.assertEqual(self.exchange(body), expected_response(result_body(
+            "<value><array><data><value><i4>7</i4></value></data></array></value>")))
 
     def test_nil_still_drops_its_struct(self):
         sent = ("<value><struct><member><name>a</name><value><i4>1</i4></value></member>"

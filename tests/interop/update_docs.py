@@ -25,7 +25,7 @@ def main():
     path = sys.argv[1] if len(sys.argv) > 1 else os.path.join(ROOT, "build", "interop", "results.json")
     with open(path, encoding="utf-8") as f:
         results = json.load(f)
-    table = results_table.render(results["clients"], results["calls"])
+    table = results_table.render(results["clients"], results["calls"], results.get("seconds"))
     doc_path = os.path.join(ROOT, "docs", "clients.md")
     with open(doc_path, encoding="utf-8") as f:
         doc = f.read()

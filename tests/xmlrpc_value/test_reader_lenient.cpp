@@ -69,6 +69,12 @@ TEST(XmlRpcReaderLenient, EmptyTypeElementsAreEmptyValuesOfTheirType) {
   const XmlRpcValue binary = readWhole("<value><base64/></value>");
   ASSERT_EQ(binary.getType(), XmlRpcValue::TypeBase64);
   EXPECT_EQ(binary.size(), 0);
+  // As Perl's XMLRPC::Lite writes it, with a blank.
+  for (const char* xml : {"<value><base64 /></value>", "<value><base64\t\n /></value>"}) {
+    const XmlRpcValue v = readWhole(xml);
+    ASSERT_EQ(v.getType(), XmlRpcValue::TypeBase64) << xml;
+    EXPECT_EQ(v.size(), 0) << xml;
+  }
   const XmlRpcValue array = readWhole("<value><array><data/></array></value>");
   ASSERT_EQ(array.getType(), XmlRpcValue::TypeArray);
   EXPECT_EQ(array.size(), 0);
@@ -201,6 +207,33 @@ TEST(XmlRpcReaderLenient, NilUnknownTagsAndOtherEmptyElementsStillFail) {
     EXPECT_EQ(r.offset, 0) << xml;
     EXPECT_FALSE(r.value.valid()) << xml;
   }
+}
+
+// What docs/clients.md tells integrators about CDATA sections (Node's
+// xmlrpc), numeric character references (Frontier::Client, kolo/xmlrpc) and
+// unescaped markup (Tcl's and Lua's xmlrpc, left to themselves): these stay
+// read as they are today, without an error.
+TEST(XmlRpcReaderLenient, CdataReferencesAndRawMarkupReadAsToday) {
+  // A text ends at its first "<": a CDATA section is the empty string, and
+  // raw markup cuts the text short.
+  EXPECT_EQ(readWhole("<value><string><![CDATA[a <b>&amp;</b>]]></string></value>"),
+            XmlRpcValue(""));
+  EXPECT_EQ(readWhole("<value><string>x <b>&amp;</b> y</string></value>"), XmlRpcValue("x "));
+  EXPECT_EQ(readWhole("<value>x <b>y</b></value>"), XmlRpcValue("x "));
+  // The struct around such a string is read whole.
+  const XmlRpcValue v = readWhole(
+      "<value><struct><member><name>name</name><value><string><![CDATA[a <b>]]></string></value>"
+      "</member><member><name>count</name><value><i4>1</i4></value></member></struct></value>");
+  ASSERT_EQ(v.getType(), XmlRpcValue::TypeStruct);
+  ASSERT_EQ(v.size(), 2);
+  XmlRpcValue copy = v;
+  EXPECT_EQ(copy["name"], XmlRpcValue(""));
+  EXPECT_EQ(copy["count"], XmlRpcValue(1));
+  // Numeric character references are kept as written; the five named
+  // entities are decoded.
+  EXPECT_EQ(readWhole("<value><string>caf&#233; &#34;q&#34; &#39;a&#39; &#xA;</string></value>"),
+            XmlRpcValue("caf&#233; &#34;q&#34; &#39;a&#39; &#xA;"));
+  EXPECT_EQ(readWhole("<value>&lt;&gt;&amp;&apos;&quot;</value>"), XmlRpcValue("<>&'\""));
 }
 
 TEST(XmlRpcReaderLenient, ANilMemberStillMakesItsStructFail) {
