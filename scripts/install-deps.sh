@@ -43,8 +43,9 @@ if $tests; then
   for tool in node npm; do
     if ! command -v "$tool" >/dev/null; then
       echo "install-deps: $tool not found. The dashboard's browser test needs Node.js" \
-        "and its npm on PATH: install Node.js (it comes with npm) from nodejs.org, not" \
-        "Debian's npm package, which replaces Node.js; then run this again." >&2
+        "and its npm on PATH: install the nodejs package that brings its own npm (as" \
+        "this machine image has it), not Debian's npm package, which replaces Node.js;" \
+        "then run this again." >&2
       exit 1
     fi
   done

@@ -127,8 +127,11 @@ for log in "$logs"/release "$logs"/asan "$logs"/windows; do
 done
 counts="$((total - failed - skipped)) passed, $failed failed, $skipped skipped"
 minutes=$(((SECONDS - start + 59) / 60))
+# The closing line stands alone, in the form test reports are read by.
+echo "test.sh: $minutes min"
 if ((${#failed_stages[@]})); then
-  echo "tests: $counts; failed stages: ${failed_stages[*]} ($minutes min)"
+  echo "test.sh: failed stages: ${failed_stages[*]}"
+  echo "tests: $counts"
   exit 1
 fi
-echo "tests: $counts ($minutes min)"
+echo "tests: $counts"

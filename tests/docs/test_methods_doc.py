@@ -97,6 +97,39 @@ class Examples(unittest.TestCase):
         self.assertGreater(compared, 40)
 
 
+
+@gateway.skip_unless_private_network()
+class SendErrors(unittest.TestCase):
+    """The calls the command check lets through but the link to the proxy
+    cannot carry: the page lists what they answer."""
+
+    def setUp(self):
+        self.gw = gateway.Gateway(self.addCleanup)
+        self.gw.wait_connected()
+
+    def assert_listed(self, reply):
+        self.assertEqual(list(reply), ["error"], reply)
+        self.assertTrue(reply["error"].startswith("cannot send the command: "), reply)
+        # The page writes a size that varies as <N>.
+        shown = re.sub(r"message of \d+ bytes", "message of <N> bytes", reply["error"])
+        self.assertIn("`%s`" % shown, page())
+
+    def test_a_command_larger_than_a_frame(self):
+        body = "x" * (17 * 1024 * 1024)
+        self.assert_listed(self.gw.proxy().taskCreateMail({"to": ["ops@example.com"],
+                                                           "body": body}))
+
+    def test_a_parameter_nested_deeper_than_the_link_carries(self):
+        deep = "leaf"
+        for _ in range(62):  # with the parameter and `submission`: 65 levels
+            deep = {"a": deep}
+        self.assert_listed(self.gw.proxy().submitSubmission(
+            {"submission": {"name": "deep", "x": deep}}))
+        # One level less goes through.
+        reply = self.gw.proxy().submitSubmission({"submission": {"name": "deep", "x": deep["a"]}})
+        self.assertIn("workflow-id", reply)
+
+
 if __name__ == "__main__":
     gateway.run_in_private_network()
     testmain.main()
