@@ -78,6 +78,13 @@ bool fake_peer::sees_close(int wait_ms) {
   }
 }
 
+void fake_peer::reset_on_close() {
+  linger off{};
+  off.l_onoff = 1;
+  off.l_linger = 0;
+  ::setsockopt(fd_, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off), sizeof off);
+}
+
 fake_proxy::fake_proxy(std::function<void(fake_peer&)> script) {
   listen_fd_ = net::open_socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in addr{};

@@ -25,6 +25,9 @@ class fake_peer {
   // True when the client closed the link (end of file within a few seconds,
   // or within wait_ms without data meanwhile).
   bool sees_close(int wait_ms = 5000);
+  // Makes the close at the script's end a reset (linger time 0): the
+  // client's next write fails instead of going out.
+  void reset_on_close();
 
  private:
   int fd_;

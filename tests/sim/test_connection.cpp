@@ -486,6 +486,28 @@ TEST(ProxyLinkAsync, LateRepliesOfAnyNumberOfGivenUpCommandsAreDropped) {
   EXPECT_TRUE(h.disconnects.empty());
 }
 
+TEST(ProxyLinkAsync, AWriteThatLosesTheLinkAnswersBeforeSendAsyncReturns) {
+  fake_proxy fake([](fake_peer& peer) {
+    if (peer.do_hello()) peer.reset_on_close();
+  });
+  recording_handler h;
+  connection c(&h);
+  ASSERT_EQ(connect_now(c, h, "127.0.0.1", fake.port_text(), 2), vxcapi::rc_connected);
+  // The proxy's reset arrives; the link has not read it yet, so the
+  // command's write is what finds the link gone.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  int calls = 0;
+  std::string error;
+  const auto id = c.send_async(echo_with(1), 5, [&](const packet& r) {
+    ++calls;
+    error = error_of(r);
+  });
+  EXPECT_EQ(id, 0u);  // answered already
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(error, vxcapi::error_lost);
+  EXPECT_FALSE(c.is_connected());
+}
+
 TEST(ProxyLinkAsync, ALostLinkAnswersEveryOutstandingCommandAtOnce) {
   constexpr int count = 100;
   fake_proxy fake([](fake_peer& peer) {

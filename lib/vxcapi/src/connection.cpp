@@ -218,8 +218,9 @@ connection::request_id connection::send_async(const packet& request, unsigned ti
   waiting_.emplace(
       id, waiting_command{request.get_command(), deadline, timeout_seconds, std::move(callback)});
   deadlines_.emplace(deadline, id);
-  queued();
-  return id;
+  // A write that fails here loses the link, which has answered this
+  // command too.
+  return queued() ? id : 0;
 }
 
 void connection::forget(request_id id) {
