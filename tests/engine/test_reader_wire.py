@@ -88,6 +88,19 @@ class HostileNestingTest(unittest.TestCase):
         self.assertLess(cpu, GROWN_CPU_SECONDS)
 
 
+# The echo of a struct whose members name, text, files, options and blob are
+# empty, however they were spelt, beside count = 3.
+EMPTY_MEMBERS_ECHOED = ("<value><array><data><value><struct>"
+                        "<member><name>blob</name><value><base64></base64></value></member>"
+                        "<member><name>count</name><value><i4>3</i4></value></member>"
+                        "<member><name>files</name><value><array><data></data></array></value>"
+                        "</member>"
+                        "<member><name>name</name><value></value></member>"
+                        "<member><name>options</name><value><struct></struct></value></member>"
+                        "<member><name>text</name><value></value></member>"
+                        "</struct></value></data></array></value>")
+
+
 class OtherClientsSpellingsTest(unittest.TestCase):
     def setUp(self):
         self.server = TestServer()
@@ -112,16 +125,8 @@ class OtherClientsSpellingsTest(unittest.TestCase):
                 "<member><name>blob</name><value><base64/></value></member>"
                 "<member><name>count</name><value><int>3</int></value></member>"
                 "</struct></value>")
-        echoed = ("<value><array><data><value><struct>"
-                  "<member><name>blob</name><value><base64></base64></value></member>"
-                  "<member><name>count</name><value><i4>3</i4></value></member>"
-                  "<member><name>files</name><value><array><data></data></array></value></member>"
-                  "<member><name>name</name><value></value></member>"
-                  "<member><name>options</name><value><struct></struct></value></member>"
-                  "<member><name>text</name><value></value></member>"
-                  "</struct></value></data></array></value>")
         self.assertEqual(self.exchange(method_call("echo", sent)),
-                         expected_response(result_body(echoed)))
+                         expected_response(result_body(EMPTY_MEMBERS_ECHOED)))
 
     def test_empty_elements_with_blanks_before_the_slash_arrive(self):
         # As Perl's XMLRPC::Lite writes them: "<string />", with a blank.
@@ -133,16 +138,8 @@ class OtherClientsSpellingsTest(unittest.TestCase):
                 "<member><name>blob</name><value><base64 /></value></member>"
                 "<member><name>count</name><value><int>3</int></value></member>"
                 "</struct></value>")
-        echoed = ("<value><array><data><value><struct>"
-                  "<member><name>blob</name><value><base64></base64></value></member>"
-                  "<member><name>count</name><value><i4>3</i4></value></member>"
-                  "<member><name>files</name><value><array><data></data></array></value></member>"
-                  "<member><name>name</name><value></value></member>"
-                  "<member><name>options</name><value><struct></struct></value></member>"
-                  "<member><name>text</name><value></value></member>"
-                  "</struct></value></data></array></value>")
         self.assertEqual(self.exchange(method_call("echo", sent)),
-                         expected_response(result_body(echoed)))
+                         expected_response(result_body(EMPTY_MEMBERS_ECHOED)))
 
     def test_boolean_words_and_iso_dates_arrive(self):
         sent = ("<value><struct>"
