@@ -121,7 +121,9 @@ if ! is_done "$libxml2"; then
 fi
 
 # --- Boost: the headers and Boost.Filesystem's sources out of the source
-# package's upstream tarball (Debian's patches touch neither for Windows);
+# package's upstream tarball. Debian's patches are not applied: one changes
+# a Boost.Phoenix header this program does not include, the others touch the
+# build tools, documentation and Python bindings;
 # Boost.System is header-only, its library an empty one for FindBoost.
 boost_version=$(source_version boost1.81)
 boost=$(prefix boost1.81 "$boost_version")
