@@ -17,6 +17,8 @@ EXAMPLES = os.path.join(SOURCE, "examples")
 sys.path.insert(0, os.path.join(SOURCE, "tests", "e2e"))
 import gateway  # noqa: E402
 import testmain  # noqa: E402
+sys.path.insert(0, HERE)
+import doc_examples  # noqa: E402
 
 JOB_MS = 1500
 
@@ -44,6 +46,22 @@ class Examples(unittest.TestCase):
         self.assertRegex(out, r"^workflow wf-\d+, jobs( job-\d+)+\n$")
         words = out.replace(",", "").split()
         return words[1], words[3:]
+
+    def test_the_readme_snippet_answers_as_it_says(self):
+        with open(os.path.join(SOURCE, "README.md")) as f:
+            blocks = [text for lang, text, _ in doc_examples.code_blocks(f.read())
+                      if lang == "python"]
+        self.assertTrue(blocks, "README.md has no Python example")
+        names = {}
+        exec(blocks[0], names)  # noqa: S102 - the README's own example, as a user pastes it
+        s = names["s"]
+        version = s.getVersion({})
+        self.assertEqual(version["build"], "simulator")
+        self.assertEqual(version["product"], "Corvane Client Proxy")
+        self.assertTrue(s.system.methodHelp("jobPause").startswith(
+            "Pause a job (Corresponding vxp_clientproxy.xml command: "))
+        answer = s.jobPause({"job-id": "no-such"})
+        self.assertEqual(list(answer), ["error"], answer)
 
     def test_version(self):
         self.assertEqual(self.ok(script("version.py")), "Corvane Client Proxy 7.0.0.0\n")
