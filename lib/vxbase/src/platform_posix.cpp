@@ -12,7 +12,7 @@ namespace vxbase::platform {
 
 unsigned set_error_mode(unsigned) noexcept { return 0; }
 
-unsigned set_abort_behavior(unsigned, unsigned) noexcept { return 0; }
+bool set_abort_behavior(unsigned, unsigned, unsigned*) noexcept { return false; }
 
 std::uint32_t set_thread_execution_state(std::uint32_t) noexcept { return 0; }
 

@@ -12,9 +12,12 @@ namespace vxbase::platform {
 // the previous mode (always 0).
 unsigned set_error_mode(unsigned mode) noexcept;
 
-// Choosing whether abort() prints a message: glibc prints none. No-op;
-// returns the previous flags (always 0).
-unsigned set_abort_behavior(unsigned flags, unsigned mask) noexcept;
+// Choosing whether abort() prints a message (_set_abort_behavior of the C
+// runtime the program's abort() belongs to): glibc prints none. Returns
+// whether that runtime has the setting (the msvcrt.dll the Windows build
+// links has not), with the previous flags in *previous (if not null).
+// No-op on Linux: false.
+bool set_abort_behavior(unsigned flags, unsigned mask, unsigned* previous = nullptr) noexcept;
 
 // Asking the system to stay awake while the server runs: a server's power
 // policy on Linux belongs to systemd-logind inhibitors, which a daemon run
