@@ -47,6 +47,8 @@ int replace_file(const std::string& from, const std::string& to) noexcept {
   return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
+void binary_stream(std::FILE*) noexcept {}
+
 namespace {
 void (*stop_callback)() = nullptr;
 

@@ -6,6 +6,9 @@
 #include <shlobj.h>
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -77,6 +80,8 @@ int replace_file(const std::string& from, const std::string& to) noexcept {
       return EIO;
   }
 }
+
+void binary_stream(std::FILE* stream) noexcept { ::_setmode(::_fileno(stream), _O_BINARY); }
 
 namespace {
 

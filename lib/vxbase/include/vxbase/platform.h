@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace vxbase::platform {
@@ -52,6 +53,11 @@ inline constexpr int folder_common_app_data = 35;
 // Renames from over to, replacing a file that is there (Windows' rename
 // refuses to). Returns 0, or the errno value of the reason.
 int replace_file(const std::string& from, const std::string& to) noexcept;
+
+// Makes a standard stream pass bytes as they are: on Windows the C runtime
+// writes "\r\n" for each "\n" of a stream in text mode, the default. No-op
+// on Linux, where streams are bytes already.
+void binary_stream(std::FILE* stream) noexcept;
 
 // Calls stop() when the user or the system asks the program to end:
 // SIGINT and SIGTERM on Linux (and SIGPIPE is ignored, so a peer that hangs
