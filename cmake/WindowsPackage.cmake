@@ -1,5 +1,7 @@
 # The Windows package: XMLRPCServer-<version>-win64.zip, laid out as the
 # program expects (bin/ beside etc/, xml/, rng/), with README-windows.txt.
+# bin/ holds the server, the client proxy simulator and vxdatatool (which
+# shows and rebuilds the data files of etc/).
 #   cmake --build build-windows --target package-zip
 set(XMLRPCS_ZIP_NAME XMLRPCServer-${PROJECT_VERSION}-win64)
 set(XMLRPCS_ZIP ${PROJECT_BINARY_DIR}/${XMLRPCS_ZIP_NAME}.zip)
@@ -12,6 +14,7 @@ add_custom_command(OUTPUT ${XMLRPCS_ZIP}
   # Stripped copies: the symbols stay in the build tree's executables.
   COMMAND ${XMLRPCS_STRIP} -o ${stage}/bin/XMLRPCServer.exe $<TARGET_FILE:XMLRPCServer>
   COMMAND ${XMLRPCS_STRIP} -o ${stage}/bin/ClientProxySim.exe $<TARGET_FILE:ClientProxySim>
+  COMMAND ${XMLRPCS_STRIP} -o ${stage}/bin/vxdatatool.exe $<TARGET_FILE:vxdatatool>
   COMMAND ${CMAKE_COMMAND} -E copy_directory ${XMLRPCS_DATA_OUTPUT_DIRECTORY}/etc ${stage}/etc
   COMMAND ${CMAKE_COMMAND} -E copy_directory ${XMLRPCS_DATA_OUTPUT_DIRECTORY}/xml ${stage}/xml
   COMMAND ${CMAKE_COMMAND} -E copy_directory ${XMLRPCS_DATA_OUTPUT_DIRECTORY}/rng ${stage}/rng
@@ -20,7 +23,7 @@ add_custom_command(OUTPUT ${XMLRPCS_ZIP}
   COMMAND ${CMAKE_COMMAND} -E rm -f ${XMLRPCS_ZIP}
   COMMAND ${CMAKE_COMMAND} -E chdir ${PROJECT_BINARY_DIR}/package
           ${CMAKE_COMMAND} -E tar cf ${XMLRPCS_ZIP} --format=zip ${XMLRPCS_ZIP_NAME}
-  DEPENDS XMLRPCServer ClientProxySim data_files
+  DEPENDS XMLRPCServer ClientProxySim vxdatatool data_files
           ${PROJECT_SOURCE_DIR}/contrib/windows/README-windows.txt
   COMMENT "Packing ${XMLRPCS_ZIP_NAME}.zip" VERBATIM)
 add_custom_target(package-zip DEPENDS ${XMLRPCS_ZIP})

@@ -7,6 +7,7 @@
 
 #include <vxbase/es.h>
 #include <vxbase/fileutil.h>
+#include <vxbase/platform.h>
 #include <vxcore/aes.h>
 #include <vxcore/constraint_db.h>
 #include <vxcore/constraint_files.h>
@@ -73,6 +74,8 @@ int main(int argc, char** argv) {
       std::string plain;
       vxcore::decrypt_AES("", vxbase::fileutil::get_file_content(argv[2]), plain);
       if (std::strcmp(argv[3], "-") == 0) {
+        // The bytes of the file, on Windows too.
+        vxbase::platform::binary_stream(stdout);
         std::fwrite(plain.data(), 1, plain.size(), stdout);
       } else {
         vxbase::fileutil::set_file_content(argv[3], plain);

@@ -2,6 +2,7 @@
 and the configuration checks that end the program before it serves."""
 
 import os
+import re
 import subprocess
 import tempfile
 import unittest
@@ -88,6 +89,24 @@ class HelpAndOptions(unittest.TestCase):
                 f.write(run("--cfg").stdout)
             r = subprocess.run(["xmllint", "--noout", path], capture_output=True, text=True)
             self.assertEqual(r.returncode, 0, r.stderr)
+
+
+@unittest.skipUnless(sp.WINDOWS, "the Linux platform layer asks for no power state (a no-op)")
+class PowerRequest(unittest.TestCase):
+    """The program keeps the machine awake while it runs and lets it sleep
+    again when it ends: SetThreadExecutionState(ES_CONTINUOUS |
+    ES_SYSTEM_REQUIRED) at the start, ES_CONTINUOUS alone at the exit. Wine
+    keeps no power request, but its trace (channel ntdll, class warn) shows
+    each call with its flags."""
+
+    def test_stay_awake_at_start_and_released_at_exit(self):
+        env = dict(os.environ, XMLRPCS_WINEDEBUG="warn+ntdll")
+        r = subprocess.run(sp.command(sp.SERVER) + ["--cfg"], capture_output=True, text=True,
+                           timeout=TIMEOUT, env=env)
+        self.assertEqual(r.returncode, 0, r.stderr[-2000:])
+        self.assertIn("<listen-port>40431</listen-port>", r.stdout)
+        states = re.findall(r"NtSetThreadExecutionState \((0x[0-9a-f]+),", r.stderr)
+        self.assertEqual(states, ["0x80000001", "0x80000000"], r.stderr[-2000:])
 
 
 class UnwritableConfigurationFile(unittest.TestCase):

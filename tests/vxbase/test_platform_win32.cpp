@@ -93,6 +93,39 @@ TEST(Platform, SetErrorModeReturnsThePreviousMode) {
   EXPECT_EQ(platform::set_error_mode(before), static_cast<unsigned>(SEM_FAILCRITICALERRORS));
 }
 
+TEST(Platform, SetThreadExecutionStateReturnsThePreviousState) {
+  const std::uint32_t awake = platform::es_continuous | platform::es_system_required;
+  EXPECT_EQ(awake, static_cast<std::uint32_t>(ES_CONTINUOUS | ES_SYSTEM_REQUIRED));
+  EXPECT_EQ(platform::es_continuous, static_cast<std::uint32_t>(ES_CONTINUOUS));
+  platform::set_thread_execution_state(awake);
+  // The state asked for is the one in force: the next call reports it.
+  EXPECT_EQ(platform::set_thread_execution_state(platform::es_continuous), awake);
+  EXPECT_EQ(platform::set_thread_execution_state(platform::es_continuous),
+            platform::es_continuous);
+}
+
+TEST(Platform, AbortBehaviourBelongsToTheProgramsOwnRuntime) {
+  // The program's abort() is msvcrt.dll's, which has no _set_abort_behavior:
+  // the call reports that it could not be made.
+  unsigned previous = 0xdead;
+  EXPECT_FALSE(platform::set_abort_behavior(0, 1, &previous));
+  EXPECT_EQ(previous, 0xdeadu);  // untouched
+
+  // Another runtime in the process (Wine's ws2_32.dll brings ucrtbase.dll)
+  // keeps its flags: the program's abort() never reads them.
+  HMODULE ucrt = ::LoadLibraryA("ucrtbase.dll");
+  ASSERT_NE(ucrt, nullptr);
+  using set_abort_fn = unsigned(__cdecl*)(unsigned, unsigned);
+  auto ucrt_set = reinterpret_cast<set_abort_fn>(
+      reinterpret_cast<void*>(::GetProcAddress(ucrt, "_set_abort_behavior")));
+  ASSERT_NE(ucrt_set, nullptr);
+  const unsigned before = ucrt_set(0, 0);  // mask 0: reads only
+  ASSERT_EQ(before & 1u, 1u) << "_WRITE_ABORT_MSG is set by default";
+  EXPECT_FALSE(platform::set_abort_behavior(0, 1, &previous));
+  EXPECT_EQ(ucrt_set(0, 0), before);
+  ::FreeLibrary(ucrt);
+}
+
 TEST(Platform, ReplaceFileOverwritesAnExistingFile) {
   char dir[MAX_PATH] = {};
   ASSERT_GT(::GetTempPathA(MAX_PATH, dir), 0u);

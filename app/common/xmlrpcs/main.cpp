@@ -18,6 +18,7 @@
 #include "config_file.h"
 #include "config_schema.h"
 #include "opts.h"
+#include "process_setup.h"
 #include "xmlrpcserver.h"
 
 namespace {
@@ -29,33 +30,12 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the stop request handler 
 // The server being run, for anyone who needs the one instance.
 xmlrpcs::xmlrpcserver* current_server = nullptr;
 
-// The socket library version the program is written for: 2.0.
-constexpr std::uint16_t socket_version = 0x0002;
-
 void stop_running() { running.store(false); }
 
 // A stop request (SIGINT, SIGTERM; Ctrl-C, Ctrl-Break, closing the console
 // on Windows) ends the main loop, which then returns normally, so the
 // server is taken down through its destructor.
 void install_stop_signals() { vxbase::platform::on_stop_request(stop_running); }
-
-void start_sockets() {
-  std::uint16_t obtained = 0;
-  if (vxbase::platform::socket_startup(socket_version, obtained) != 0) {
-    vxbase::platform::socket_cleanup();
-    vxbase::es::call_raise("lib/vxnet/include/vxnet/vxnet", 39, "failed to use Winsock DLL");
-  }
-  if ((obtained & 0xff) != 2 || (obtained >> 8) != 0) {
-    vxbase::platform::socket_cleanup();
-    vxbase::es::call_raise("lib/vxnet/include/vxnet/vxnet", 46,
-                           "failed to load correct verion of Winsock DLL");
-  }
-}
-
-void at_exit() {
-  vxbase::platform::socket_cleanup();
-  vxbase::platform::set_thread_execution_state(vxbase::platform::es_continuous);
-}
 
 // What to tell the user after the exception line, when there is more to say.
 std::string failure_hint;
@@ -122,15 +102,13 @@ int configure_and_serve(xmlrpcs::opts& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  vxbase::platform::set_error_mode(2);
-  vxbase::platform::set_abort_behavior(0, 1);
-  vxbase::platform::set_thread_execution_state(vxbase::platform::es_continuous |
-                                               vxbase::platform::es_system_required);
-  start_sockets();
+  // The error mode, the abort behaviour, the power request, the sockets
+  // (process_setup.h); a failure of the last ends the process here.
+  xmlrpcs::prepare_process();
   // Every client connection takes a descriptor: the server may use all the
   // system grants it (docs/limits.md says how many clients that makes).
   vxbase::platform::raise_descriptor_limit();
-  std::atexit(at_exit);
+  std::atexit(xmlrpcs::release_process);
   vxcore::ds::push_filt("XMLRPCServer", true);
   vxcore::ds::push_filt("Corvane", true);
 

@@ -12,7 +12,7 @@ namespace vxbase::platform {
 
 unsigned set_error_mode(unsigned) noexcept { return 0; }
 
-unsigned set_abort_behavior(unsigned, unsigned) noexcept { return 0; }
+bool set_abort_behavior(unsigned, unsigned, unsigned*) noexcept { return false; }
 
 std::uint32_t set_thread_execution_state(std::uint32_t) noexcept { return 0; }
 
@@ -46,6 +46,8 @@ int common_app_data_folder(int key, std::string& folder) {
 int replace_file(const std::string& from, const std::string& to) noexcept {
   return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
+
+void binary_stream(std::FILE*) noexcept {}
 
 namespace {
 void (*stop_callback)() = nullptr;

@@ -6,6 +6,9 @@
 #include <shlobj.h>
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -14,19 +17,29 @@ namespace vxbase::platform {
 
 unsigned set_error_mode(unsigned mode) noexcept { return ::SetErrorMode(mode); }
 
-// The C runtime the program links (msvcrt.dll, mingw-w64's default) has no
-// _set_abort_behavior; the newer ones (ucrtbase.dll) do. It is looked up in
-// the runtime that is loaded, so the call is made wherever it exists.
-unsigned set_abort_behavior(unsigned flags, unsigned mask) noexcept {
+// The import slot of abort(): it holds the address of abort() in the C
+// runtime the program links.
+extern "C" void (*__imp_abort)();
+
+// The setting belongs to the C runtime whose abort() the program calls:
+// that is msvcrt.dll (mingw-w64's default), which has no
+// _set_abort_behavior, so its abort() keeps writing its message. Other
+// runtimes can be loaded in the process as well (under Wine, ucrtbase.dll
+// comes with ws2_32.dll); their flags are left alone, since the program's
+// abort() never reads them.
+bool set_abort_behavior(unsigned flags, unsigned mask, unsigned* previous) noexcept {
+  HMODULE runtime = nullptr;
+  if (!::GetModuleHandleExA(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          reinterpret_cast<LPCSTR>(reinterpret_cast<void*>(__imp_abort)), &runtime))
+    return false;
   using set_abort_fn = unsigned(__cdecl*)(unsigned, unsigned);
-  for (const char* runtime : {"ucrtbase.dll", "msvcrt.dll"}) {
-    HMODULE module = ::GetModuleHandleA(runtime);
-    if (!module) continue;
-    auto fn = reinterpret_cast<set_abort_fn>(
-        reinterpret_cast<void*>(::GetProcAddress(module, "_set_abort_behavior")));
-    if (fn) return fn(flags, mask);
-  }
-  return 0;
+  auto fn = reinterpret_cast<set_abort_fn>(
+      reinterpret_cast<void*>(::GetProcAddress(runtime, "_set_abort_behavior")));
+  if (!fn) return false;
+  const unsigned before = fn(flags, mask);
+  if (previous) *previous = before;
+  return true;
 }
 
 std::uint32_t set_thread_execution_state(std::uint32_t state) noexcept {
@@ -67,6 +80,8 @@ int replace_file(const std::string& from, const std::string& to) noexcept {
       return EIO;
   }
 }
+
+void binary_stream(std::FILE* stream) noexcept { ::_setmode(::_fileno(stream), _O_BINARY); }
 
 namespace {
 

@@ -10,6 +10,10 @@
 
 #include <atomic>
 #include <cctype>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -122,8 +126,81 @@ using DnsServiceConstructInstanceFn = dns_service_instance*(
 using DnsServiceFreeInstanceFn = void(WINAPI*)(dns_service_instance*);
 using DnsServiceRegisterFn = DWORD(WINAPI*)(dns_service_register_request*, dns_service_cancel*);
 using DnsServiceDeRegisterFn = DWORD(WINAPI*)(dns_service_register_request*, dns_service_cancel*);
+using DnsServiceRegisterCancelFn = DWORD(WINAPI*)(dns_service_cancel*);
 constexpr ULONG kDnsQueryRequestVersion1 = 1;
 constexpr DWORD kDnsRequestPending = 9506;
+
+// One registration through Windows' DNS-SD. DnsServiceRegister and
+// DnsServiceDeRegister both answer later, on a thread of the system's,
+// through the request's completion callback; until then the system may
+// still use the request, the instance it names and the cancel handle. So
+// they live here, apart from the publication, and the callback reaches them
+// through its context: the owner frees this object only when no answer is
+// outstanding. An owner that gave up waiting (a system that does not
+// answer) marks it abandoned and leaves it to the late answer, which frees
+// it then.
+struct windows_registration {
+  enum class phase {
+    registering,    // DnsServiceRegister made, its answer outstanding
+    registered,     // announced: to be withdrawn
+    deregistering,  // DnsServiceDeRegister made, its answer outstanding
+    ended           // nothing outstanding, nothing to withdraw
+  };
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  phase state = phase::registering;
+  bool abandoned = false;
+  // Told the outcome of the registration; null once the service is going.
+  publish_reply* reply = nullptr;
+  std::string name;  // the name the reply is told
+
+  std::wstring instance_name;
+  std::wstring host_name;
+  dns_service_instance* instance = nullptr;
+  dns_service_register_request request{};
+  dns_service_cancel cancel{};
+  DnsServiceFreeInstanceFn free_instance = nullptr;
+
+  ~windows_registration() {
+    if (instance) free_instance(instance);
+  }
+
+  // The completion callback of both the registration and the
+  // deregistration.
+  static void WINAPI complete(DWORD status, void* context, dns_service_instance* answered) {
+    auto* self = static_cast<windows_registration*>(context);
+    // The instance of an answer is the system's copy, the caller's to free;
+    // the one of the request stays until this object goes.
+    if (answered && answered != self->instance) self->free_instance(answered);
+    std::unique_lock<std::mutex> lock(self->mutex);
+    switch (self->state) {
+      case phase::registering:
+        self->state = status == 0 ? phase::registered : phase::ended;
+        // Under the lock: the owner's forgetting of the reply waits for it.
+        if (self->reply) {
+          if (status == 0)
+            self->reply->published(self->name);
+          else
+            self->reply->not_published("DnsServiceRegister error " + std::to_string(status));
+        }
+        break;
+      case phase::deregistering:
+        self->state = phase::ended;
+        break;
+      case phase::registered:
+      case phase::ended:
+        break;  // no answer was asked for
+    }
+    self->changed.notify_all();
+    // A registration that completes after the owner gave up stays
+    // announced until the process ends: no one is left to withdraw it.
+    const bool last = self->abandoned && self->state != phase::deregistering &&
+                      self->state != phase::registering;
+    lock.unlock();
+    if (last) delete self;
+  }
+};
 
 }  // namespace
 
@@ -155,17 +232,20 @@ class publication {
     if (bonjour_thread_.joinable()) bonjour_thread_.join();
     if (bonjour_ref_) bonjour_deallocate_(bonjour_ref_);
     bonjour_ref_ = nullptr;
-    if (windows_instance_) {
-      windows_request_.complete = nullptr;
-      windows_deregister_(&windows_request_, nullptr);
-      windows_free_(windows_instance_);
-      windows_instance_ = nullptr;
-    }
-    if (library_) ::FreeLibrary(library_);
+    bool library_in_use = false;
+    if (windows_) library_in_use = !stop_windows();
+    windows_ = nullptr;
+    if (library_ && !library_in_use) ::FreeLibrary(library_);
     library_ = nullptr;
   }
 
-  void forget_reply() { reply_ = nullptr; }
+  void forget_reply() {
+    reply_ = nullptr;
+    if (windows_) {
+      std::lock_guard<std::mutex> lock(windows_->mutex);
+      windows_->reply = nullptr;
+    }
+  }
 
  private:
   template <typename F>
@@ -222,13 +302,18 @@ class publication {
     if (!library_) return false;
     auto construct = lookup<DnsServiceConstructInstanceFn>("DnsServiceConstructInstance");
     auto reg = lookup<DnsServiceRegisterFn>("DnsServiceRegister");
-    windows_free_ = lookup<DnsServiceFreeInstanceFn>("DnsServiceFreeInstance");
+    auto free_instance = lookup<DnsServiceFreeInstanceFn>("DnsServiceFreeInstance");
     windows_deregister_ = lookup<DnsServiceDeRegisterFn>("DnsServiceDeRegister");
-    if (!construct || !reg || !windows_free_ || !windows_deregister_) return unload();
+    // Optional: without it a pending registration is waited for instead.
+    windows_cancel_ = lookup<DnsServiceRegisterCancelFn>("DnsServiceRegisterCancel");
+    if (!construct || !reg || !free_instance || !windows_deregister_) return unload();
+    auto registration = std::make_unique<windows_registration>();
+    registration->free_instance = free_instance;
     const std::string host = host_name();
     const std::string domain = domain_.empty() ? "local" : domain_;
-    instance_name_ = widen((name_.empty() ? host : name_) + "." + type_ + "." + domain);
-    host_name_ = widen(host + "." + domain);
+    registration->name = name_.empty() ? host : name_;
+    registration->instance_name = widen(registration->name + "." + type_ + "." + domain);
+    registration->host_name = widen(host + "." + domain);
     std::vector<std::wstring> keys, values;
     for (const auto& entry : txt_) {
       const auto eq = entry.find('=');
@@ -240,35 +325,66 @@ class publication {
       key_ptrs.push_back(keys[i].c_str());
       value_ptrs.push_back(values[i].c_str());
     }
-    windows_instance_ =
-        construct(instance_name_.c_str(), host_name_.c_str(), nullptr, nullptr, port_, 0, 0,
-                  static_cast<DWORD>(keys.size()), key_ptrs.empty() ? nullptr : key_ptrs.data(),
+    registration->instance =
+        construct(registration->instance_name.c_str(), registration->host_name.c_str(), nullptr,
+                  nullptr, port_, 0, 0, static_cast<DWORD>(keys.size()),
+                  key_ptrs.empty() ? nullptr : key_ptrs.data(),
                   value_ptrs.empty() ? nullptr : value_ptrs.data());
-    if (!windows_instance_) return unload();
-    windows_request_ = dns_service_register_request{kDnsQueryRequestVersion1,
-                                                    0,
-                                                    windows_instance_,
-                                                    &publication::windows_complete,
-                                                    this,
-                                                    nullptr,
-                                                    FALSE};
-    if (reg(&windows_request_, nullptr) != kDnsRequestPending) {
-      windows_free_(windows_instance_);
-      windows_instance_ = nullptr;
+    if (!registration->instance) return unload();
+    registration->reply = reply_.load();
+    registration->request = dns_service_register_request{kDnsQueryRequestVersion1,
+                                                          0,
+                                                          registration->instance,
+                                                          &windows_registration::complete,
+                                                          registration.get(),
+                                                          nullptr,
+                                                          FALSE};
+    // The answer may come before the call returns; it finds the object
+    // complete, in the registering phase.
+    if (reg(&registration->request, &registration->cancel) != kDnsRequestPending) {
+      // Refused at once: no answer will come.
+      registration.reset();
       return unload();
     }
+    windows_ = registration.release();
     return true;
   }
 
-  static void WINAPI windows_complete(DWORD status, void* context, dns_service_instance* instance) {
-    auto* self = static_cast<publication*>(context);
-    if (instance && self->windows_free_) self->windows_free_(instance);
-    publish_reply* reply = self->reply_.load();
-    if (!reply) return;
-    if (status == 0)
-      reply->published(self->name_.empty() ? host_name() : self->name_);
-    else
-      reply->not_published("DnsServiceRegister error " + std::to_string(status));
+  // Withdraws the Windows registration: cancels one still pending (or
+  // waits for it), deregisters one that was made, and frees it all once the
+  // system has answered. Waits at most service::kWithdrawWait; true when the
+  // registration is freed, false when it was left to a late answer (which
+  // may still run code of the library, so the library stays loaded).
+  bool stop_windows() {
+    windows_registration* r = windows_;
+    using phase = windows_registration::phase;
+    const auto deadline = std::chrono::steady_clock::now() + service::kWithdrawWait;
+    std::unique_lock<std::mutex> lock(r->mutex);
+    r->reply = nullptr;
+    if (r->state == phase::registering) {
+      if (windows_cancel_) {
+        lock.unlock();
+        windows_cancel_(&r->cancel);
+        lock.lock();
+      }
+      r->changed.wait_until(lock, deadline, [&] { return r->state != phase::registering; });
+    }
+    if (r->state == phase::registered) {
+      r->state = phase::deregistering;
+      lock.unlock();
+      const DWORD rc = windows_deregister_(&r->request, nullptr);
+      lock.lock();
+      // Refused at once: no answer will come.
+      if (rc != kDnsRequestPending && r->state == phase::deregistering) r->state = phase::ended;
+      r->changed.wait_until(lock, deadline, [&] { return r->state != phase::deregistering; });
+    }
+    if (r->state != phase::ended) {
+      r->abandoned = true;
+      return false;
+    }
+    lock.unlock();
+    delete r;
+    return true;
   }
 
   bool unload() {
@@ -290,12 +406,10 @@ class publication {
   DNSServiceRefDeallocateFn bonjour_deallocate_ = nullptr;
   std::thread bonjour_thread_;
 
-  std::wstring instance_name_;
-  std::wstring host_name_;
-  dns_service_instance* windows_instance_ = nullptr;
-  dns_service_register_request windows_request_{};
-  DnsServiceFreeInstanceFn windows_free_ = nullptr;
+  // Owned until stop_windows() frees or abandons it.
+  windows_registration* windows_ = nullptr;
   DnsServiceDeRegisterFn windows_deregister_ = nullptr;
+  DnsServiceRegisterCancelFn windows_cancel_ = nullptr;
 };
 
 }  // namespace detail

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace vxbase::platform {
@@ -12,9 +13,12 @@ namespace vxbase::platform {
 // the previous mode (always 0).
 unsigned set_error_mode(unsigned mode) noexcept;
 
-// Choosing whether abort() prints a message: glibc prints none. No-op;
-// returns the previous flags (always 0).
-unsigned set_abort_behavior(unsigned flags, unsigned mask) noexcept;
+// Choosing whether abort() prints a message (_set_abort_behavior of the C
+// runtime the program's abort() belongs to): glibc prints none. Returns
+// whether that runtime has the setting (the msvcrt.dll the Windows build
+// links has not), with the previous flags in *previous (if not null).
+// No-op on Linux: false.
+bool set_abort_behavior(unsigned flags, unsigned mask, unsigned* previous = nullptr) noexcept;
 
 // Asking the system to stay awake while the server runs: a server's power
 // policy on Linux belongs to systemd-logind inhibitors, which a daemon run
@@ -49,6 +53,11 @@ inline constexpr int folder_common_app_data = 35;
 // Renames from over to, replacing a file that is there (Windows' rename
 // refuses to). Returns 0, or the errno value of the reason.
 int replace_file(const std::string& from, const std::string& to) noexcept;
+
+// Makes a standard stream pass bytes as they are: on Windows the C runtime
+// writes "\r\n" for each "\n" of a stream in text mode, the default. No-op
+// on Linux, where streams are bytes already.
+void binary_stream(std::FILE* stream) noexcept;
 
 // Calls stop() when the user or the system asks the program to end:
 // SIGINT and SIGTERM on Linux (and SIGPIPE is ignored, so a peer that hangs
