@@ -25,6 +25,10 @@ BIN = os.path.join(BUILD_DIR, "bin")
 # (scripts/wine-run.sh), set by the build's test registration.
 EXE_SUFFIX = os.environ.get("XMLRPCS_EXE_SUFFIX", "")
 EMULATOR = os.environ.get("XMLRPCS_EMULATOR", "")
+# How a test asks a program to end cleanly: SIGTERM on Linux; Windows has
+# no SIGTERM (Wine ends the process at once), and SIGINT reaches the
+# program as Ctrl-C.
+STOP_SIGNAL = signal.SIGINT if EMULATOR else signal.SIGTERM
 SERVER_PORT = 40431
 URL = "http://127.0.0.1:%d/" % SERVER_PORT
 NOT_CONNECTED = "not connected to client proxy"
@@ -87,6 +91,19 @@ def skip_unless_private_network():
         "test's own (unshare --net), which only root may create")
 
 
+class _TimeoutTransport(xmlrpc.client.Transport):
+    """An HTTP transport whose connections give up after timeout seconds."""
+
+    def __init__(self, timeout):
+        super().__init__()
+        self.timeout = timeout
+
+    def make_connection(self, host):
+        connection = super().make_connection(host)
+        connection.timeout = self.timeout
+        return connection
+
+
 class Process:
     """A child process writing into a log file, stopped by its PID."""
 
@@ -115,8 +132,13 @@ class Process:
             time.sleep(0.05)
         raise RuntimeError("%s did not say %r: %r" % (self.argv[0], text, self.output()))
 
-    def stop(self, sig=signal.SIGTERM, timeout=10.0):
-        """Stops the process (once; later calls do nothing)."""
+    def stop(self, sig=None, timeout=10.0):
+        """Stops the process (once; later calls do nothing), by default
+        with STOP_SIGNAL: under Wine a program ended by SIGTERM leaves its
+        listening socket with the wineserver, and the next program on the
+        port could not bind it."""
+        if sig is None:
+            sig = STOP_SIGNAL
         if self.proc.poll() is None:
             self.proc.send_signal(sig)
             try:
@@ -167,12 +189,16 @@ class Gateway:
         deadline = time.monotonic() + START_TIMEOUT
         while time.monotonic() < deadline:
             try:
-                with xmlrpc.client.ServerProxy(URL) as probe:
+                # A time-out of its own: a listener that accepts but never
+                # answers (one left behind by an earlier program) must not
+                # hang the test.
+                with xmlrpc.client.ServerProxy(URL, transport=_TimeoutTransport(5.0)) as probe:
                     probe.system.listMethods()
                 return
             except OSError:
                 time.sleep(0.1)
-        raise RuntimeError("XMLRPCServer did not answer within %.0f s" % START_TIMEOUT)
+        raise RuntimeError("XMLRPCServer did not answer within %.0f s: %s"
+                           % (START_TIMEOUT, self.server.output()))
 
     def proxy(self):
         """One client for the whole test, so calls reuse a kept-alive link."""

@@ -1,6 +1,6 @@
 """The gateway while its client proxy is slow, stopped or answers out of
 order: a call that waits for the proxy holds up nobody else, every reply
-reaches the client that asked, and a stop signal is obeyed at once.
+reaches the client that asked, and a stop signal (SIGTERM, Ctrl-C on Windows) is obeyed at once.
 
 The bounds below are the behaviours' own (a 200 ms proxy answers sixteen
 clients in about 200 ms, not 3.2 s); they are generous for a loaded 2-core
@@ -24,6 +24,13 @@ import testmain  # noqa: E402
 
 SEND_TIMEOUT = 5.0
 CLIENTS = 16
+# Under Wine each call also passes through the wineserver, and a program's
+# end includes Wine's own teardown of the process: bounds on single calls
+# and on the end of the server get this much more room there. Each stays
+# well below what it rules out (the 200 ms proxy serving sixteen clients
+# one after the other: 3.2 s; a call behind a 2 s multicall or a 3 s or
+# stopped proxy; commands answered after 4 s; a second send time-out).
+WINE_ROOM = 0.5 if gateway.EMULATOR else 0.0
 
 
 def timed_calls(count, call, start_gate=None):
@@ -85,7 +92,7 @@ class SlowProxy(unittest.TestCase):
         for took, answer in results:
             self.assertIsInstance(answer, dict)
             self.assertEqual(answer.get("version"), "7.0.0.0", answer)
-            self.assertLess(took, 0.4, "a call took %.3f s" % took)
+            self.assertLess(took, 0.4 + WINE_ROOM, "a call took %.3f s" % took)
 
     def test_introspection_is_answered_while_commands_wait_for_the_proxy(self):
         gw = gateway.Gateway(self.addCleanup, sim_args=["--delay-ms", "3000"])
@@ -98,9 +105,9 @@ class SlowProxy(unittest.TestCase):
         for _ in range(5):
             took, methods = timed(s.system.listMethods)
             self.assertIn("getVersion", methods)
-            self.assertLess(took, 0.05, "system.listMethods took %.3f s" % took)
+            self.assertLess(took, 0.05 + WINE_ROOM, "system.listMethods took %.3f s" % took)
             took, _ = timed(lambda: s.system.methodHelp("jobPause"))
-            self.assertLess(took, 0.05, "system.methodHelp took %.3f s" % took)
+            self.assertLess(took, 0.05 + WINE_ROOM, "system.methodHelp took %.3f s" % took)
         for t in threads:
             t.join(3 * SEND_TIMEOUT)
         for took, answer in results:
@@ -123,7 +130,8 @@ class SlowProxy(unittest.TestCase):
         time.sleep(0.5)
         took, answer = timed(lambda: get_version(0))
         self.assertEqual(answer.get("version"), "7.0.0.0", answer)
-        self.assertLess(took, 0.6, "getVersion beside the multicall took %.3f s" % took)
+        self.assertLess(took, 0.6 + WINE_ROOM,
+                        "getVersion beside the multicall took %.3f s" % took)
         t.join(30)
         self.assertEqual(len(out["answer"]), 10)
         for i, entry in enumerate(out["answer"]):
@@ -152,16 +160,17 @@ class StoppedProxy(unittest.TestCase):
         probe_until = time.monotonic() + 4.0
         while time.monotonic() < probe_until:
             took, _ = timed(s.system.listMethods)
-            self.assertLess(took, 0.05, "system.listMethods took %.3f s" % took)
+            self.assertLess(took, 0.05 + WINE_ROOM, "system.listMethods took %.3f s" % took)
             time.sleep(0.25)
         for t in threads:
             t.join(3 * SEND_TIMEOUT)
         for took, answer in results:
             self.assertEqual(answer, {"error": "timed out waiting for reply from client proxy"})
             self.assertGreater(took, SEND_TIMEOUT - 0.1)
-            self.assertLess(took, SEND_TIMEOUT + 1.5)
+            self.assertLess(took, SEND_TIMEOUT + 1.5 + WINE_ROOM)
 
-    def test_sigterm_ends_the_server_at_once_with_commands_outstanding(self):
+    def test_a_stop_signal_ends_the_server_at_once_with_commands_outstanding(self):
+        # SIGTERM; under Wine SIGINT, which the program gets as Ctrl-C.
         gw = gateway.Gateway(self.addCleanup, sim_args=["--delay-ms", "4000"])
         gw.wait_link_up()
         before = len(gw.recorded_commands())
@@ -169,10 +178,10 @@ class StoppedProxy(unittest.TestCase):
         gate.wait()
         self.assertEqual(wait_recorded(gw, before + CLIENTS), before + CLIENTS)
         started = time.monotonic()
-        gw.server.proc.send_signal(signal.SIGTERM)
+        gw.server.proc.send_signal(gateway.STOP_SIGNAL)
         gw.server.proc.wait(10)
         took = time.monotonic() - started
-        self.assertLess(took, 0.5, "the server took %.3f s to end" % took)
+        self.assertLess(took, 0.5 + WINE_ROOM, "the server took %.3f s to end" % took)
         self.assertEqual(gw.server.proc.returncode, 0)
         for t in threads:
             t.join(3 * SEND_TIMEOUT)
