@@ -1,6 +1,7 @@
 """The gateway while its client proxy is slow, stopped or answers out of
 order: a call that waits for the proxy holds up nobody else, every reply
-reaches the client that asked, and a stop signal (SIGTERM, Ctrl-C on Windows) is obeyed at once.
+reaches the client that asked, and a stop signal (SIGTERM, Ctrl-C on
+Windows) is obeyed at once.
 
 The bounds below are the behaviours' own (a 200 ms proxy answers sixteen
 clients in about 200 ms, not 3.2 s); they are generous for a loaded 2-core

@@ -8,6 +8,18 @@
 
 namespace {
 
+TEST(strings, clear_buffer_gives_back_only_large_storage) {
+  std::string small(100, 'x');
+  const auto small_capacity = small.capacity();
+  vxbase::clear_buffer(small, 4096);
+  EXPECT_TRUE(small.empty());
+  EXPECT_EQ(small.capacity(), small_capacity);  // kept for reuse
+  std::string large(1 << 20, 'x');
+  vxbase::clear_buffer(large, 4096);
+  EXPECT_TRUE(large.empty());
+  EXPECT_LE(large.capacity(), 4096u);
+}
+
 TEST(strings, format_grows_to_fit) {
   EXPECT_EQ(vxbase::string_with_format("%s %d", "port", 40431), "port 40431");
   const std::string long_text(5000, 'x');

@@ -46,6 +46,14 @@ std::string lower_cased(std::string_view text) {
   return out;
 }
 
+void clear_buffer(std::string& buffer, std::size_t kept) noexcept {
+  if (buffer.capacity() > kept) {
+    std::string().swap(buffer);
+  } else {
+    buffer.clear();
+  }
+}
+
 namespace conv {
 const char* yes_no_c_str(bool value) noexcept { return value ? "yes" : "no"; }
 }  // namespace conv

@@ -6,6 +6,7 @@
 #include <exception>
 #include <utility>
 
+#include <vxbase/strings.h>
 #include <vxcore/properties.h>
 #include <vxcore/property_values.h>
 #include <vxcore/report.h>
@@ -277,11 +278,7 @@ void connection::drop(const std::string& reason, bool error) {
 }
 
 void connection::reset_outbox() noexcept {
-  if (outbox_.capacity() > batch_write_bytes) {
-    std::string().swap(outbox_);
-  } else {
-    outbox_.clear();
-  }
+  vxbase::clear_buffer(outbox_, batch_write_bytes);
   out_pos_ = 0;
 }
 

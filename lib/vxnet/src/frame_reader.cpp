@@ -1,6 +1,7 @@
 // Cutting a received byte stream into length-prefixed frame bodies.
 #include <cstdint>
 
+#include <vxbase/strings.h>
 #include <vxnet/vxp/wire.h>
 
 namespace vxnet::vxp {
@@ -12,7 +13,7 @@ void frame_reader::feed(const char* data, std::size_t size) {
     buffer_.erase(0, start_);
     start_ = 0;
   }
-  if (buffer_.empty() && buffer_.capacity() > kept_capacity) std::string().swap(buffer_);
+  if (buffer_.empty()) clear();  // gives back what a large frame left
   buffer_.append(data, size);
 }
 
@@ -31,11 +32,7 @@ std::optional<std::string_view> frame_reader::next() {
 }
 
 void frame_reader::clear() noexcept {
-  if (buffer_.capacity() > kept_capacity) {
-    std::string().swap(buffer_);
-  } else {
-    buffer_.clear();
-  }
+  vxbase::clear_buffer(buffer_, kept_capacity);
   start_ = 0;
 }
 

@@ -1,10 +1,11 @@
-// String helpers: printf-style formatting, capitalising, case changes and
-// the yes/no words.
+// String helpers: printf-style formatting, capitalising, case changes, the
+// yes/no words, and emptying a buffer.
 #pragma once
 
 #include <vxbase/printf_format.h>
 
 #include <cstdarg>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,11 @@ std::string capitalized(std::string_view text);
 
 std::string upper_cased(std::string_view text);
 std::string lower_cased(std::string_view text);
+
+// Empties buffer. Storage beyond `kept` bytes goes back to the system, so a
+// buffer that one burst made large does not hold that memory for the rest
+// of its life; smaller storage stays for reuse.
+void clear_buffer(std::string& buffer, std::size_t kept) noexcept;
 
 namespace conv {
 // "yes" or "no".

@@ -19,8 +19,7 @@ class XmlRpcServerConnection : public XmlRpcSource {
   // The states of the request cycle. EXECUTE_PENDING: the request has been
   // read and a method answers later through its XmlRpcCompletion; the
   // connection reads nothing meanwhile (it only notices the client leaving
-  // or failing)
-  // and is not subject to the request time-outs.
+  // or failing) and is not subject to the request time-outs.
   enum ServerConnectionState {
     READ_HEADER = 0,
     READ_REQUEST = 1,
