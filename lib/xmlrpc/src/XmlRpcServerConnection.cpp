@@ -179,7 +179,10 @@ class XmlRpcServerConnection::PendingResult
 XmlRpcServerConnection::XmlRpcServerConnection(int fd, XmlRpcServer* server, bool deleteOnClose)
     : XmlRpcSource(fd, deleteOnClose), _server(server) {
   XmlRpcUtil::log(2, "XmlRpcServerConnection: new socket %d.", fd);
-  _waitingSince = now();
+  // The clock itself, not the pass's time: connections accepted in one pass
+  // (up to 64) then stay in the order they came, so the one that has been
+  // idle longest is the one closed to make room near the descriptor limit.
+  _waitingSince = _server->getDispatch().getTime();
 }
 
 double XmlRpcServerConnection::now() { return _server->getDispatch().passTime(); }
